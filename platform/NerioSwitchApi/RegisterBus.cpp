@@ -1,0 +1,19 @@
+#include "NerioSwitchApi/RegisterBus.h"
+
+#include <cstddef>
+
+namespace NerioSwitchApi {
+
+UnknownRegisterException::UnknownRegisterException(std::string_view path)
+    : Exception("the chip has no register \"" + Belmo::String(path) + "\"") {}
+UnknownRegisterException::~UnknownRegisterException() = default;
+BusException::~BusException() = default;
+RegisterBus::~RegisterBus() = default;
+
+void RegisterBus::writeRow(std::span<RegisterHandle const> handles, U32 const* words) {
+    for (std::size_t i = 0; i < handles.size(); ++i) {
+        if (handles[i].exists()) write(handles[i], words[i]);
+    }
+}
+
+}  // namespace NerioSwitchApi

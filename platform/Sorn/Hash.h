@@ -1,0 +1,50 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
+#include "Belmo/Types.h"
+
+namespace Sorn {
+
+/** Mixes numbers one after the other into a hash (multiply and xor-shift, as in MurmurHash's finalizer). */
+class HashMixer {
+public:
+    constexpr explicit HashMixer(U64 seed) : state_(seed + 0x9E3779B97F4A7C15u) {}
+
+    constexpr void add(U64 value) {
+        state_ = (state_ ^ value) * 0xFF51AFD7ED558CCDu;
+        state_ ^= state_ >> 32;
+    }
+    constexpr U32 result() const { return static_cast<U32>((state_ * 0xC4CEB9FE1A85EC53u) >> 32); }
+
+private:
+    U64 state_;
+};
+
+template <class T>
+concept SeededHash = requires(T const& value, U32 seed) {
+    { value.hash(seed) } -> std::convertible_to<U32>;
+};
+
+/** The hash of a key for a hash map: of an integer or an enumerator, or the type's own `hash(seed)`. */
+template <class T>
+constexpr U32 hashOf(T const& value, U32 seed = 0) {
+    if constexpr (SeededHash<T>) {
+        return value.hash(seed);
+    } else {
+        static_assert(std::is_integral_v<T> || std::is_enum_v<T>, "give the type a hash(U32 seed)");
+        HashMixer mixer(seed);
+        mixer.add(static_cast<U64>(value));
+        return mixer.result();
+    }
+}
+
+template <class T>
+struct Hasher {
+    std::size_t operator()(T const& value) const { return hashOf(value); }
+};
+
+}  // namespace Sorn
