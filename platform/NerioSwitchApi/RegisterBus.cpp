@@ -1,11 +1,13 @@
 #include "NerioSwitchApi/RegisterBus.h"
 
 #include <cstddef>
+#include <fmt/format.h>
 
 namespace NerioSwitchApi {
 
-UnknownRegisterException::UnknownRegisterException(std::string_view path)
-    : Exception("the chip has no register \"" + Belmo::String(path) + "\"") {}
+UnknownRegisterException::UnknownRegisterException(std::string_view path, std::string_view where)
+    : Exception(fmt::format("{}{}the chip has no register \"{}\"", where, where.empty() ? "" : ": ", path)),
+      path_(path) {}
 UnknownRegisterException::~UnknownRegisterException() = default;
 BusException::~BusException() = default;
 RegisterBus::~RegisterBus() = default;

@@ -23,9 +23,14 @@ struct RegisterHandle {
 /** A path that the chip's register map does not have. */
 class BELMO_EXPORT UnknownRegisterException : public Belmo::Exception {
 public:
-    explicit UnknownRegisterException(std::string_view path);
+    /** `where` says what wanted the register, if that is known. */
+    explicit UnknownRegisterException(std::string_view path, std::string_view where = {});
     ~UnknownRegisterException() override;
     char const* typeName() const noexcept override { return "UnknownRegisterException"; }
+    Belmo::String const& path() const { return path_; }
+
+private:
+    Belmo::String path_;
 };
 
 /** A register access that the hardware refused or did not finish. */

@@ -4,6 +4,7 @@
 #include <concepts>
 #include <cstddef>
 #include <map>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -46,6 +47,10 @@ constexpr void hashInto(HashMixer& mixer, T const& value) {
         mixer.add(static_cast<U64>(value));
     } else if constexpr (SeededHash<T>) {
         mixer.add(value.hash(0));
+    } else if constexpr (std::convertible_to<T, std::string_view>) {
+        mixer.add(value.size());
+        for (char const c : value)
+            mixer.add(static_cast<U8>(c));
     } else {
         mixer.add(value.size());
         for (auto const& [key, member] : value) {

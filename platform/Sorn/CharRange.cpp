@@ -27,6 +27,10 @@ void CharRange::expect(std::string_view text) {
     if (!take(text)) refuse(_fmt("\"%.*s\"", static_cast<int>(text.size()), text.data()).c_str(), rest_);
 }
 
+void CharRange::expectEnd() const {
+    if (!rest_.empty()) refuse("the end", rest_);
+}
+
 std::string_view CharRange::takeUntil(std::string_view stops) {
     auto const length = std::min(rest_.find_first_of(stops), rest_.size());
     auto const taken = rest_.substr(0, length);

@@ -19,6 +19,8 @@ public:
     bool take(std::string_view text);
     /** Takes `text` from the front or throws `Belmo::DeserializationException`. */
     void expect(std::string_view text);
+    /** Throws `Belmo::DeserializationException` if anything is left. */
+    void expectEnd() const;
     /** Takes everything up to the next of `stops` or the end. */
     std::string_view takeUntil(std::string_view stops);
     /** Takes an unsigned number, decimal or "0x..."; throws `Belmo::DeserializationException`. */

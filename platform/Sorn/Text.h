@@ -18,6 +18,7 @@
  * The text form of every value, and its parsing:
  *   a number            5            (hexadecimal is read too)
  *   a flag              true
+ *   a string            "as it stands" (without quotes inside)
  *   an enumerator       access       (its number where it has no name)
  *   a value type        NerioSwitchTable::PortConfigKey(portId=5)
  *   a map               {0:3,1:4}
@@ -66,6 +67,8 @@ Belmo::String text(T const& value) {
         return fmt::format("{}", value.seconds());
     } else if constexpr (std::same_as<T, bool>) {
         return value ? "true" : "false";
+    } else if constexpr (std::same_as<T, Belmo::String>) {
+        return '"' + value + '"';
     } else {
         return fmt::format("{}", value);
     }
@@ -141,6 +144,11 @@ T parse(CharRange& range) {
         if (range.take("true")) return true;
         range.expect("false");
         return false;
+    } else if constexpr (std::same_as<T, Belmo::String>) {
+        range.expect("\"");
+        auto const value = range.takeUntil("\"");
+        range.expect("\"");
+        return T(value);
     } else if constexpr (std::floating_point<T>) {
         return static_cast<T>(range.takeReal());
     } else {

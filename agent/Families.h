@@ -1,0 +1,46 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "agent/JsonTable.h"
+
+namespace Agent {
+
+/** The numbers that some factories take, by name: "pipeline", "physTableIdx", ... */
+using FamilyNumbers = std::map<Belmo::String, U64>;
+
+/** A table family by name: how tools make a table of it. */
+struct Family {
+    /** The factory's name without "TableFactory". */
+    std::string_view name;
+    /** The numbers that the factory takes, in its order. */
+    std::vector<std::string_view> numbers;
+    std::function<std::unique_ptr<JsonTable>(Belmo::String const& name, FamilyNumbers const& numbers)> make;
+};
+
+/** Every family of the library. A family joins the tools by one line there. */
+std::vector<Family> const& families();
+/** The family of that name; null if there is none. */
+Family const* family(std::string_view name);
+
+/** What makes a table again: family, name, numbers. */
+struct TableSpec {
+    Belmo::String family;
+    Belmo::String name;
+    FamilyNumbers numbers;
+};
+
+/**
+ * Reads "family", "name" and the family's numbers from an object; numbers left out are 0. Numbers of other
+ * families are passed over, so that one line form serves all. `extra` names further members of the object.
+ */
+TableSpec tableSpecFromJson(Json const& json, Place const& place,
+                            std::initializer_list<std::string_view> extra = {});
+Json tableSpecToJson(TableSpec const& spec);
+std::unique_ptr<JsonTable> makeTable(TableSpec const& spec);
+
+}  // namespace Agent

@@ -1,0 +1,142 @@
+#pragma once
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "Belmo/Publisher.h"
+#include "NerioSwitchApi/SwTable.h"
+
+#include "agent/Json.h"
+#include "agent/ValueJson.h"
+
+namespace Agent {
+
+/**
+ * A software table of any family, spoken to in JSON: what scripts, state files and tests drive tables
+ * through. Every call throws `JsonException` for a key or result that the family does not take.
+ */
+class JsonTable {
+public:
+    /** Told of each change: the attribute, and the key in JSON (null for a change of a whole attribute). */
+    using ChangeObserver = std::function<void(std::string_view attribute, Json key)>;
+
+    virtual ~JsonTable();
+    JsonTable(JsonTable const&) = delete;
+    JsonTable& operator=(JsonTable const&) = delete;
+
+    virtual Belmo::Ptr<NerioSwitchApi::SwTable> table() const = 0;
+    virtual void entryIs(Json const& key, Json const& result, Place const& place) = 0;
+    /** The removed result, or the default one. */
+    virtual Json entryDel(Json const& key, Place const& place) = 0;
+    virtual void entryDelAll() = 0;
+    /** The stored result, if there is one; the default otherwise. */
+    virtual std::pair<bool, Json> entry(Json const& key, Place const& place) const = 0;
+    /** Keys and results, in key order. */
+    virtual std::vector<std::pair<Json, Json>> entries() const = 0;
+    virtual std::size_t entryCount() const = 0;
+    /** Keys marked as disagreeing with hardware, in key order. */
+    virtual std::vector<Json> inconsistent() const = 0;
+    virtual Belmo::String keyText(Json const& key, Place const& place) const = 0;
+    virtual Belmo::String resultText(Json const& result, Place const& place) const = 0;
+    [[nodiscard]] virtual Belmo::Subscription observe(ChangeObserver observer) = 0;
+
+protected:
+    JsonTable() = default;
+};
+
+/** The text form that a key or result shows to people: its own, or the one that follows from its attributes.
+ */
+template <class T>
+Belmo::String shownText(T const& value) {
+    if constexpr (requires { value.resultString(); }) {
+        return value.resultString();
+    } else if constexpr (requires { value.keyString(); }) {
+        return value.keyString();
+    } else if constexpr (requires { value.stringValue(); }) {
+        return value.stringValue();
+    } else {
+        return Sorn::text(value);
+    }
+}
+
+/** Keys of a map attribute for which `wanted(value)` holds, in order. */
+template <class Map, class Wanted>
+auto sortedKeys(Map const& map, Wanted&& wanted) {
+    std::vector<typename Map::key_type> keys;
+    for (auto const& [key, value] : map) {
+        if (wanted(value)) keys.push_back(key);
+    }
+    std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
+/** A table with the operations of the plain shape, in JSON. */
+template <class Table>
+class PlainJsonTable final : public JsonTable {
+public:
+    using Key = typename Table::Key;
+    using Result = typename Table::Result;
+
+    explicit PlainJsonTable(Belmo::Ptr<Table> table) : table_(std::move(table)) {}
+
+    Belmo::Ptr<NerioSwitchApi::SwTable> table() const override { return table_; }
+
+    void entryIs(Json const& key, Json const& result, Place const& place) override {
+        auto const typedKey = fromJson<Key>(key, place.member("key"));
+        auto const typedResult = fromJson<Result>(result, place.member("result"));
+        Detail::placed(place.member("key"), [&] { table_->entryIs(typedKey, typedResult); });
+    }
+
+    Json entryDel(Json const& key, Place const& place) override {
+        return toJson(table_->entryDel(fromJson<Key>(key, place.member("key"))));
+    }
+
+    void entryDelAll() override { table_->entryDelAll(); }
+
+    std::pair<bool, Json> entry(Json const& key, Place const& place) const override {
+        auto const typedKey = fromJson<Key>(key, place.member("key"));
+        return {table_->entryHas(typedKey), toJson(table_->entry(typedKey))};
+    }
+
+    std::vector<std::pair<Json, Json>> entries() const override {
+        std::vector<std::pair<Json, Json>> all;
+        for (auto const& key : sortedKeys(table_->entries(), [](auto const&) { return true; })) {
+            all.emplace_back(toJson(key), toJson(table_->entry(key)));
+        }
+        return all;
+    }
+
+    std::size_t entryCount() const override { return table_->entries().size(); }
+
+    std::vector<Json> inconsistent() const override {
+        std::vector<Json> all;
+        for (auto const& key :
+             sortedKeys(table_->hwInconsistentEntries(), [](bool marked) { return marked; })) {
+            all.push_back(toJson(key));
+        }
+        return all;
+    }
+
+    Belmo::String keyText(Json const& key, Place const& place) const override {
+        return shownText(fromJson<Key>(key, place.member("key")));
+    }
+
+    Belmo::String resultText(Json const& result, Place const& place) const override {
+        return shownText(fromJson<Result>(result, place.member("result")));
+    }
+
+    Belmo::Subscription observe(ChangeObserver observer) override {
+        return table_->publisher().observeAll([observer = std::move(observer)](Belmo::Change const& change) {
+            auto const* key = change.key.template as<Key>();
+            observer(change.attribute, key == nullptr ? Json() : toJson(*key));
+        });
+    }
+
+private:
+    Belmo::Ptr<Table> table_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <vector>
+
+#include "Belmo/Ptr.h"
+#include "NerioSwitch/ProfileInfo.h"
+
+#include "agent/Families.h"
+
+namespace Agent {
+
+/** One table of a state file: what makes it, and what it is to hold. */
+struct TableState {
+    TableSpec spec;
+    /** The entries' JSON array, as it stands in the file, and its place there. */
+    Json entries;
+    Belmo::String place;
+};
+
+/**
+ * A whole switch as a file: a profile and tables with their entries, in the JSON forms of scripts:
+ *
+ *     {"profile": {"preset": "default"},
+ *      "tables": [{"family": "portConfig", "name": "ports",
+ *                  "entries": [{"key": {"portId": 0}, "result": {"portMode": "trunk"}}]}]}
+ */
+struct StateFile {
+    Belmo::String path;
+    Belmo::Ptr<NerioSwitch::ProfileInfo> profile;
+    std::vector<TableState> tables;
+};
+
+/** A state file that cannot be taken: one line that names the file, the place in it and what is wrong. */
+class StateFileException : public Belmo::Exception {
+public:
+    using Exception::Exception;
+    char const* typeName() const noexcept override { return "StateFileException"; }
+};
+
+/** Reads a state file; throws `StateFileException`. Entries are checked when they are put into tables. */
+StateFile readStateFile(Belmo::String const& path);
+/** The same of a text; `path` is what errors name. */
+StateFile parseState(Belmo::String const& text, Belmo::String const& path);
+/** The state as a file of its own, every attribute of the profile written out. */
+Json stateToJson(StateFile const& file);
+
+/** Sets the entries of a table, in the file's order; throws `StateFileException` at the first that fails. */
+void applyEntries(StateFile const& file, TableState const& state, JsonTable& table);
+
+}  // namespace Agent

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+namespace Nerio {
+
+/** What the process returns: input that cannot be taken is told from a job that failed. */
+enum ExitStatus : int { done = 0, jobFailed = 1, badInput = 2 };
+
+/** A subcommand adds itself to the command line and runs through its callback, which sets the status. */
+void addRun(CLI::App& app, int& status);
+void addScript(CLI::App& app, int& status);
+
+}  // namespace Nerio

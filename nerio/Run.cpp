@@ -1,0 +1,250 @@
+#include <chrono>
+#include <cstddef>
+#include <filesystem>
+#include <fmt/format.h>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent/StateFile.h"
+#include "agent/Verify.h"
+#include "nerio/CampusExample.h"
+#include "nerio/Commands.h"
+#include "nerio/SecondProcess.h"
+#include "nerio/Switch.h"
+#include "nerio/TemporaryDirectory.h"
+
+/*
+ * `nerio run`: programs a whole switch cold from a state file, then restarts it warm in a second process over
+ * the same shadow and chip, and reports both. The second process is this command again, told by a hidden
+ * option to take the kept switch up and to answer in JSON.
+ */
+namespace Nerio {
+
+namespace {
+
+using Agent::Json;
+using Agent::StateFile;
+using NerioSwitchApi::StartMode;
+
+struct Options {
+    std::string stateFile;
+    std::string directory;
+    bool json = false;
+    std::string warmRestartOf;
+};
+
+std::filesystem::path stateFileIn(std::filesystem::path const& directory) {
+    return directory / "state.json";
+}
+
+StateFile stateOf(Options const& options) {
+    return options.stateFile.empty() ? Agent::parseState(campusExample, "examples/campus.json")
+                                     : Agent::readStateFile(options.stateFile);
+}
+
+/** Makes the file's tables with their entries; nothing is programmed before the switch is started. */
+void makeTables(StateFile const& file, Switch& target) {
+    for (auto const& state : file.tables)
+        Agent::applyEntries(file, state, *target.tableIs(state.spec));
+}
+
+/** What happened to one table of a start, and how its rows stood afterwards. */
+struct TableReport {
+    Agent::TableSpec spec;
+    std::size_t entries = 0;
+    U64 rows = 0;
+    std::size_t registerWrites = 0;
+    double milliseconds = 0;
+    std::vector<Agent::Difference> differences;
+};
+
+using Clock = std::chrono::steady_clock;
+
+/** Starts the switch and calls `settle` for each table that came up, all of it on the table's account. */
+template <class Settle>
+std::vector<TableReport> startTables(Switch& target, StartMode mode, Settle&& settle) {
+    std::vector<TableReport> reports;
+    auto begin = Clock::now();
+    target.start(mode, [&](Agent::TableSpec const& spec, Agent::JsonTable& table) {
+        TableReport report;
+        report.spec = spec;
+        report.entries = table.entryCount();
+        settle(table);
+        report.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+        report.registerWrites = target.takeWriteCount();
+        reports.push_back(std::move(report));
+        begin = Clock::now();
+    });
+    for (auto& report : reports) {
+        auto verification = Agent::verify(*target.table(report.spec.name)->table());
+        report.rows = verification.rows;
+        report.differences = std::move(verification.differences);
+    }
+    return reports;
+}
+
+Json toJson(std::vector<TableReport> const& reports) {
+    Json tables = Json::array();
+    for (auto const& report : reports) {
+        Json differences = Json::array();
+        for (auto const& difference : report.differences) {
+            differences.push_back(
+                {{"hwTable", difference.hwTable}, {"row", difference.row}, {"text", difference.text}});
+        }
+        tables.push_back({{"name", report.spec.name},
+                          {"family", report.spec.family},
+                          {"entries", report.entries},
+                          {"rows", report.rows},
+                          {"registerWrites", report.registerWrites},
+                          {"milliseconds", report.milliseconds},
+                          {"differences", std::move(differences)}});
+    }
+    return tables;
+}
+
+void printTables(char const* title, char const* entriesTitle, Json const& tables) {
+    fmt::print("{}\n  {:<16} {:<14} {:>16} {:>8} {:>16} {:>10}\n", title, "table", "family", entriesTitle,
+               "rows", "register writes", "time");
+    for (auto const& table : tables) {
+        fmt::print("  {:<16} {:<14} {:>16} {:>8} {:>16} {:>7.2f} ms\n", table["name"].get<std::string>(),
+                   table["family"].get<std::string>(), table["entries"].get<U64>(), table["rows"].get<U64>(),
+                   table["registerWrites"].get<U64>(), table["milliseconds"].get<double>());
+    }
+}
+
+/** Prints what does not agree; the number of rows. */
+std::size_t printDifferences(char const* when, Json const& tables) {
+    std::size_t count = 0;
+    for (auto const& table : tables) {
+        for (auto const& difference : table["differences"]) {
+            ++count;
+            fmt::print(stderr, "nerio run: {}: hardware table {} row {}: {}\n", when,
+                       difference["hwTable"].get<std::string>(), difference["row"].get<U64>(),
+                       difference["text"].get<std::string>());
+        }
+    }
+    return count;
+}
+
+template <class Member>
+U64 sumOf(Json const& tables, Member const& member) {
+    U64 sum = 0;
+    for (auto const& table : tables)
+        sum += table[member].template get<U64>();
+    return sum;
+}
+
+void printReport(StateFile const& file, Json const& cold, Json const& warm) {
+    auto const& profile = *file.profile;
+    fmt::print("{}: {} ports, {} pipelines, hardware API {}, on an embedded chip\n\n", profile.profileName(),
+               profile.numPorts, profile.numPipelines, profile.hwApi.text());
+    printTables("cold start", "entries", cold);
+    printTables("\nwarm restart, in a second process", "entries adopted", warm);
+}
+
+/** The first process's part: the switch, programmed cold, and kept in the directory. */
+Json programCold(StateFile const& file, std::filesystem::path const& directory) {
+    std::filesystem::create_directories(directory);
+    Switch target(file.profile, directory);
+    makeTables(file, target);
+    auto const reports = startTables(target, StartMode::cold, [](Agent::JsonTable&) {});
+    std::ofstream stream(stateFileIn(directory));
+    stream << Agent::stateToJson(file).dump(1) << '\n';
+    if (!stream.flush())
+        throw Belmo::ResourceException(stateFileIn(directory).string() + ": cannot be written");
+    return toJson(reports);
+}
+
+/** The second process's part: adopts what the shadow holds, then wants every entry of the state again. */
+int restartWarm(std::filesystem::path const& directory) {
+    auto const file = Agent::readStateFile(stateFileIn(directory));
+    Switch target(file.profile, directory);
+    for (auto const& state : file.tables)
+        target.tableIs(state.spec);
+    auto const reports = startTables(target, StartMode::warm, [&](Agent::JsonTable& table) {
+        for (auto const& state : file.tables) {
+            if (state.spec.name == table.table()->name()) Agent::applyEntries(file, state, table);
+        }
+    });
+    fmt::print("{}\n", toJson(reports).dump());
+    return done;
+}
+
+/** Brings the state up on a chip in memory: what cannot be programmed is found before anything is. */
+void rehearse(StateFile const& file) {
+    Switch scratch(file.profile);
+    makeTables(file, scratch);
+    try {
+        scratch.start(StartMode::cold);
+        for (auto const& state : file.tables)
+            Agent::applyEntries(file, state, *scratch.table(state.spec.name));
+    } catch (Agent::StateFileException const&) {
+        throw;
+    } catch (Belmo::Exception const& failure) {
+        throw Agent::StateFileException(fmt::format("{}: {}", file.path, failure.what()));
+    }
+}
+
+int runSwitch(Options const& options) {
+    auto const file = stateOf(options);
+    rehearse(file);
+    std::optional<TemporaryDirectory> temporary;
+    std::filesystem::path directory = options.directory;
+    if (directory.empty()) directory = temporary.emplace("nerio-run").path();
+
+    auto const cold = programCold(file, directory);
+    auto const second = runSelf({"run", "--warm-restart-of", directory.string()});
+    if (second.status != done) {
+        fmt::print(stderr, "nerio run: the second process failed with status {}\n", second.status);
+        return jobFailed;
+    }
+    auto const warm = Json::parse(second.output);
+
+    auto const differences =
+        printDifferences("after the cold start", cold) + printDifferences("after the warm restart", warm);
+    if (options.json) {
+        fmt::print("{}\n", Json{{"cold", cold}, {"warm", warm}, {"differences", differences}}.dump(1));
+        return differences == 0 ? done : jobFailed;
+    }
+    printReport(file, cold, warm);
+    if (differences != 0) {
+        fmt::print("\n{} rows do not agree\n", differences);
+        return jobFailed;
+    }
+    fmt::print(
+        "\nsoftware, shadow and chip agree on all {} rows; the warm restart wrote {}\n", sumOf(warm, "rows"),
+        sumOf(warm, "registerWrites") == 0 ? "nothing"
+                                           : fmt::format("{} registers", sumOf(warm, "registerWrites")));
+    if (!temporary) fmt::print("the switch is kept in {}\n", directory.string());
+    return done;
+}
+
+int guarded(Options const& options) {
+    try {
+        return options.warmRestartOf.empty() ? runSwitch(options) : restartWarm(options.warmRestartOf);
+    } catch (Agent::StateFileException const& failure) {
+        fmt::print(stderr, "nerio run: {}\n", failure.what());
+        return badInput;
+    } catch (std::exception const& failure) {
+        fmt::print(stderr, "nerio run: {}\n", failure.what());
+        return jobFailed;
+    }
+}
+
+}  // namespace
+
+void addRun(CLI::App& app, int& status) {
+    auto const options = std::make_shared<Options>();
+    auto* command = app.add_subcommand("run", "Program a whole switch, restart it warm, and report");
+    command->add_option("STATE", options->stateFile, "State file; the built-in campus switch if left out");
+    command->add_option("--switch", options->directory, "Keep the switch in this directory");
+    command->add_flag("--json", options->json, "Report as JSON");
+    command->add_option("--warm-restart-of", options->warmRestartOf)->group("");
+    command->callback([options, &status] { status = guarded(*options); });
+}
+
+}  // namespace Nerio

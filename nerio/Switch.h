@@ -1,0 +1,67 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "NerioSwitchApi/TableFramework.h"
+
+#include "agent/Families.h"
+#include "chip/RecordingBus.h"
+#include "chip/SimulatedChip.h"
+
+namespace Nerio {
+
+/**
+ * A switch over a simulated chip: the chip, the shadow of what it holds, and the tables of one process. Kept
+ * in a directory, chip and shadow outlive the process; otherwise they live as long as this object.
+ */
+class Switch {
+public:
+    using Directory = std::optional<std::filesystem::path>;
+    /** Told of each table that has been brought up. */
+    using Started = std::function<void(Agent::TableSpec const&, Agent::JsonTable&)>;
+
+    explicit Switch(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Directory directory = {});
+    ~Switch();
+
+    NerioSwitch::ProfileInfo const& profile() const { return *profile_; }
+    /** The chip is made when the first table is started; until then its profile may change. */
+    bool hasChip() const { return framework_ != nullptr; }
+    void profileIs(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile);
+
+    /** Makes a software table; it is not attached yet. Null if the name is taken. */
+    Agent::JsonTable* tableIs(Agent::TableSpec const& spec);
+    /** The table of that name; null if there is none. */
+    Agent::JsonTable* table(std::string_view name) const;
+    std::size_t tableCount() const { return tables_.size(); }
+
+    /** Attaches and brings up, in order of creation, every table that is not yet up. */
+    void start(NerioSwitchApi::StartMode mode, Started const& started = {});
+    /** The process's end and return: every table is dropped, made anew and brought up. */
+    void restart(NerioSwitchApi::StartMode mode, std::function<void(Agent::JsonTable&)> const& made);
+
+    /** The register writes since the last call, by path. */
+    std::vector<std::pair<Belmo::String, U32>> takeWrites();
+    /** Their number alone. */
+    std::size_t takeWriteCount();
+    TableGauge::Gauges const* gauges() const { return framework_ ? &framework_->gauges() : nullptr; }
+
+private:
+    struct Member {
+        Agent::TableSpec spec;
+        std::unique_ptr<Agent::JsonTable> table;
+    };
+    void open();
+
+    Belmo::Ptr<NerioSwitch::ProfileInfo const> profile_;
+    Directory directory_;
+    Belmo::Ptr<Chip::RecordingBus> bus_;
+    Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows_;
+    std::unique_ptr<NerioSwitchApi::TableFramework> framework_;
+    std::vector<Member> tables_;
+};
+
+}  // namespace Nerio

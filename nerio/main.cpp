@@ -1,0 +1,23 @@
+#include <cstdio>
+#include <fmt/format.h>
+
+#include "Belmo/Exceptions.h"
+
+#include "nerio/Commands.h"
+
+int main(int argc, char** argv) {
+    CLI::App app("Drives the tables of a simulated switch.", "nerio");
+    app.require_subcommand(1);
+    int status = Nerio::done;
+    Nerio::addRun(app, status);
+    Nerio::addScript(app, status);
+    try {
+        app.parse(argc, argv);
+    } catch (CLI::ParseError const& error) {
+        return app.exit(error) == 0 ? Nerio::done : Nerio::badInput;
+    } catch (std::exception const& failure) {
+        fmt::print(stderr, "nerio: {}\n", failure.what());
+        return Nerio::jobFailed;
+    }
+    return status;
+}

@@ -1,0 +1,78 @@
+#include "NerioSwitchApi/SwTable.h"
+
+#include <fmt/format.h>
+
+#include "Belmo/Assert.h"
+
+namespace NerioSwitchApi {
+
+namespace {
+
+Belmo::String escaped(Belmo::String const& part) {
+    Belmo::String result;
+    for (char const c : part) {
+        if (c == '/' || c == '%') {
+            result += fmt::format("%{:02X}", c);
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
+}  // namespace
+
+SwTableProfileConvertor::~SwTableProfileConvertor() = default;
+
+void SwTableProfileConvertor::handleHitBitEntry(HwTableId, HwIndex) {}
+void SwTableProfileConvertor::doInitTableStats() {}
+void SwTableProfileConvertor::doInitHwReadInfo() {}
+void SwTableProfileConvertor::handleInitialized() {}
+
+std::optional<HwEntryConfig> SwTableProfileConvertor::wantedEntry(HwTableId, HwIndex) const {
+    return std::nullopt;
+}
+
+void SwTableProfileConvertor::initEntryCounter(TableGauge::TableKey const& key, U32 capacity,
+                                               CapacityTableIndex index) {
+    counters_[index] = gauges_->counterIs(key, capacity, index);
+}
+
+Belmo::Ptr<TableGauge::Counter> SwTableProfileConvertor::entryCounter(CapacityTableIndex index) const {
+    auto const found = counters_.find(index);
+    return found == counters_.end() ? nullptr : found->second;
+}
+
+void SwTableProfileConvertor::typesAre(SwTableTypes const& types) {
+    descriptorConfig_ = types.hwTableDescriptorConfig;
+    collection_ = types.hwTableCollection;
+}
+
+SwTable::~SwTable() = default;
+
+U32 SwTable::swTableId() const {
+    return 0;
+}
+
+void SwTable::doCreateHwTable() {
+    if (convertor_) convertor_->doCreateHwTables(tableState_);
+}
+
+void SwTable::initHwEntries(bool resetHw) {
+    if (convertor_) convertor_->initHwEntries(resetHw, 0);
+}
+
+void SwTable::syncEntries() {
+    if (convertor_) convertor_->syncEntries(0);
+}
+
+void SwTable::doInitComplete() {
+    initialized_ = true;
+}
+
+Belmo::String SwTable::hwTableName(Belmo::String const& swTableName, Belmo::String const& profileName,
+                                   Belmo::String const& tableName, HwTableId id) {
+    return fmt::format("{}/{}/{}/{}", escaped(swTableName), escaped(profileName), escaped(tableName), id);
+}
+
+}  // namespace NerioSwitchApi
