@@ -3,6 +3,7 @@
 #include <csignal>
 #include <functional>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -40,3 +41,12 @@ public:
 private:
     pid_t process_;
 };
+
+/** From now on this process can write no file longer than that, as if the disk were full; for a child. */
+inline void longestFileIs(rlim_t size) {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = size;
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, SIG_IGN);
+}

@@ -1,12 +1,9 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 
 #include "Belmo/Exceptions.h"
 #include "NerioSwitchApi/CheckedFile.h"
@@ -14,6 +11,7 @@
 #include "NerioSwitchApi/MappedFile.h"
 
 #include "ChildProcess.h"
+#include "FailureText.h"
 #include "TemporaryDirectory.h"
 
 namespace {
@@ -22,36 +20,11 @@ using namespace NerioSwitchApi;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-/** The text of the failure of some work; empty if it does not fail. */
-template <class Work>
-std::string failureOf(Work const& work) {
-    try {
-        work();
-    } catch (Belmo::ResourceException const& failure) {
-        return failure.what();
-    }
-    return {};
-}
+using testing::StartsWith;
 
 void fillWith(std::span<std::byte> bytes, char character) {
     std::memset(bytes.data(), character, bytes.size());
 }
-
-unsigned permissionsOf(std::string const& path) {
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 ? status.st_mode & ALLPERMS : ~0u;
-}
-
-/** The widest mask of permissions, for the time of a test. */
-class WideUmask {
-public:
-    WideUmask() : before_(::umask(0)) {}
-    ~WideUmask() { ::umask(before_); }
-
-private:
-    mode_t before_;
-};
 
 TEST(MappedFile, HoldsWhatIsStoredAfterTheMappingIsGone) {
     TemporaryDirectory const directory;
@@ -84,7 +57,7 @@ TEST(MappedFile, HoldsWhatWasStoredBeforeItsProcessWasKilled) {
 }
 
 TEST(MappedFile, IsForItsOwnerAloneUnderAWideUmask) {
-    WideUmask const wide;
+    UmaskGuard const wide(0);
     TemporaryDirectory const directory;
     auto const file = MappedFile::create(directory.path("memory"), 1, [](auto) {});
     EXPECT_EQ(permissionsOf(directory.path("memory")), 0600u);
@@ -96,7 +69,7 @@ TEST(MappedFile, ThatOthersMayTouchIsRefused) {
     contentsOfIs(path, "contents");
     for (mode_t const bit : {0001u, 0002u, 0004u, 0010u, 0020u, 0040u}) {
         ASSERT_EQ(::chmod(path.c_str(), 0600 | bit), 0);
-        EXPECT_THAT(failureOf([&] { MappedFile::open(path); }),
+        EXPECT_THAT(failureOf<Belmo::ResourceException>([&] { MappedFile::open(path); }),
                     HasSubstr(path + " is open to others than its owner (mode 06"));
     }
     ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
@@ -117,7 +90,7 @@ TEST(MappedFile, IsWholeOrNotThereWhenItsMakerIsKilled) {
         return child.ended();
     };
     ASSERT_EQ(makeAndDie(), -SIGKILL);
-    EXPECT_EQ(failureOf([&] { MappedFile::open(path); }),
+    EXPECT_EQ(failureOf<Belmo::ResourceException>([&] { MappedFile::open(path); }),
               "cannot open " + path + ": No such file or directory");
 
     // What the dead maker left is in nobody's way, and goes.
@@ -131,7 +104,9 @@ TEST(MappedFile, LeavesNothingWhenFillingItFails) {
     TemporaryDirectory const directory;
     contentsOfIs(directory.path("memory"), "old");
     auto const fail = [](auto) { throw Belmo::ResourceException("no contents"); };
-    EXPECT_EQ(failureOf([&] { MappedFile::create(directory.path("memory"), 1, fail); }), "no contents");
+    EXPECT_EQ(
+        failureOf<Belmo::ResourceException>([&] { MappedFile::create(directory.path("memory"), 1, fail); }),
+        "no contents");
     EXPECT_THAT(directory.names(), ElementsAre("memory"));
     EXPECT_EQ(contentsOf(directory.path("memory")), "old");
 }
@@ -139,10 +114,11 @@ TEST(MappedFile, LeavesNothingWhenFillingItFails) {
 TEST(MappedFile, SaysWhyItCannotBe) {
     TemporaryDirectory const directory;
     auto const make = [&](std::string const& name) {
-        return failureOf([&] { MappedFile::create(directory.path(name), 1, [](auto) {}); });
+        return failureOf<Belmo::ResourceException>(
+            [&] { MappedFile::create(directory.path(name), 1, [](auto) {}); });
     };
     auto const open = [&](std::string const& name) {
-        return failureOf([&] { MappedFile::open(directory.path(name)); });
+        return failureOf<Belmo::ResourceException>([&] { MappedFile::open(directory.path(name)); });
     };
     contentsOfIs(directory.path("file"), "");
     std::filesystem::create_directory(directory.path("folder"));
@@ -165,11 +141,10 @@ TEST(MappedFile, NeedsAllItsRoomAtOnce) {
     TemporaryDirectory const directory;
     auto const path = directory.path("memory");
     ChildProcess child([&] {
-        std::signal(SIGXFSZ, SIG_IGN);
-        rlimit const limit{65536, RLIM_INFINITY};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
+        longestFileIs(65536);
         bool filled = false;
-        auto const reason = failureOf([&] { MappedFile::create(path, 65537, [&](auto) { filled = true; }); });
+        auto const reason = failureOf<Belmo::ResourceException>(
+            [&] { MappedFile::create(path, 65537, [&](auto) { filled = true; }); });
         if (filled || reason != "cannot allocate " + path + ": File too large") return 1;
         if (!directory.names().empty()) return 2;
         MappedFile::create(path, 65536, [](auto) {});
@@ -177,7 +152,8 @@ TEST(MappedFile, NeedsAllItsRoomAtOnce) {
     });
     EXPECT_EQ(child.ended(), 0);
     EXPECT_EQ(std::filesystem::file_size(path), 65536u);
-    EXPECT_THAT(failureOf([&] { MappedFile::create(path, ~std::size_t{0} / 4, [](auto) {}); }),
+    EXPECT_THAT(failureOf<Belmo::ResourceException>(
+                    [&] { MappedFile::create(path, ~std::size_t{0} / 4, [](auto) {}); }),
                 HasSubstr("cannot allocate " + path + ": "));
     EXPECT_THAT(directory.names(), ElementsAre("memory"));
 }
@@ -188,12 +164,13 @@ TEST(FileLock, IsHeldOncePerProcess) {
     {
         FileLock const lock(path);
         EXPECT_EQ(permissionsOf(path), 0600u);
-        EXPECT_EQ(failureOf([&] { FileLock second(path); }),
+        EXPECT_EQ(failureOf<Belmo::ResourceException>([&] { FileLock second(path); }),
                   path + " is held by process " + std::to_string(::getpid()));
         contentsOfIs(path, "");
-        EXPECT_EQ(failureOf([&] { FileLock second(path); }), path + " is held by another");
+        EXPECT_EQ(failureOf<Belmo::ResourceException>([&] { FileLock second(path); }),
+                  path + " is held by another");
     }
-    EXPECT_EQ(failureOf([&] { FileLock next(path); }), "");
+    EXPECT_EQ(failureOf<Belmo::ResourceException>([&] { FileLock next(path); }), "");
 }
 
 TEST(FileLock, IsHeldByOneProcessAndGoesWithIt) {
@@ -209,12 +186,12 @@ TEST(FileLock, IsHeldByOneProcessAndGoesWithIt) {
     });
     char byte = 1;
     ASSERT_EQ(::read(ready[0], &byte, 1), 1);
-    EXPECT_EQ(failureOf([&] { FileLock second(path); }),
+    EXPECT_EQ(failureOf<Belmo::ResourceException>([&] { FileLock second(path); }),
               path + " is held by process " + std::to_string(child.process()));
     ASSERT_EQ(::kill(child.process(), SIGKILL), 0);
     ASSERT_EQ(child.ended(), -SIGKILL);
-    EXPECT_EQ(failureOf([&] { FileLock next(path); }), "");
-    EXPECT_EQ(contentsOf(path), std::to_string(::getpid()) + "\n");
+    EXPECT_EQ(failureOf<Belmo::ResourceException>([&] { FileLock next(path); }), "");
+    EXPECT_THAT(contentsOf(path), StartsWith(std::to_string(::getpid()) + " "));
     ::close(ready[0]);
     ::close(ready[1]);
 }
@@ -222,7 +199,8 @@ TEST(FileLock, IsHeldByOneProcessAndGoesWithIt) {
 TEST(FileLock, SaysWhyItCannotBe) {
     TemporaryDirectory const directory;
     auto const path = directory.path("none/lock");
-    EXPECT_EQ(failureOf([&] { FileLock lock(path); }), "cannot open " + path + ": No such file or directory");
+    EXPECT_EQ(failureOf<Belmo::ResourceException>([&] { FileLock lock(path); }),
+              "cannot open " + path + ": No such file or directory");
 }
 
 class CheckedFileTest : public testing::Test {
@@ -238,10 +216,11 @@ protected:
     }
     std::string openFailure(FileFormat const& asFormat = format, std::string const& description = "a to z",
                             std::size_t size = contentSize) const {
-        return failureOf([&] { CheckedFile::open(asFormat, path_, description, size); });
+        return failureOf<Belmo::ResourceException>(
+            [&] { CheckedFile::open(asFormat, path_, description, size); });
     }
     std::string makeFailure() {
-        return failureOf([&] { make(); });
+        return failureOf<Belmo::ResourceException>([&] { make(); });
     }
 
     TemporaryDirectory directory_;
@@ -323,7 +302,8 @@ TEST_F(CheckedFileTest, DoesNotReplaceWhatIsOfAnotherKind) {
 TEST_F(CheckedFileTest, LeavesNoOldOneBehindWhenMakingItFails) {
     make();
     auto const fail = [](auto) { throw Belmo::ResourceException("no contents"); };
-    EXPECT_EQ(failureOf([&] { CheckedFile::create(format, path_, "a to z", contentSize, fail); }),
+    EXPECT_EQ(failureOf<Belmo::ResourceException>(
+                  [&] { CheckedFile::create(format, path_, "a to z", contentSize, fail); }),
               "no contents");
     EXPECT_THAT(directory_.names(), IsEmpty());
 }

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 /** A directory of its own for one test, which goes with everything in it. */
@@ -52,3 +53,20 @@ inline void contentsOfIs(std::string const& path, std::string const& contents) {
     std::fstream(path, std::ios::binary | std::ios::in | std::ios::out) << contents;
     fs::resize_file(path, contents.size());
 }
+
+/** The permissions of a file or directory, as in 0600. */
+inline unsigned permissionsOf(std::string const& path) {
+    return static_cast<unsigned>(std::filesystem::symlink_status(path).permissions());
+}
+
+/** Another mask of permissions, for the time of a test. */
+class UmaskGuard {
+public:
+    explicit UmaskGuard(mode_t mask) : before_(::umask(mask)) {}
+    ~UmaskGuard() { ::umask(before_); }
+    UmaskGuard(UmaskGuard const&) = delete;
+    UmaskGuard& operator=(UmaskGuard const&) = delete;
+
+private:
+    mode_t before_;
+};

@@ -25,9 +25,8 @@ pid_t holder(FileDescriptor const& file) {
 
 /** Names this process in the file. That is a courtesy: a full disk does not keep anyone from the lock. */
 void holderIs(FileDescriptor const& file, pid_t process) {
-    Belmo::String const text = fmt::format("{}\n", process);
-    [[maybe_unused]] bool const told =
-        ::ftruncate(file.number(), 0) == 0 && ::pwrite(file.number(), text.data(), text.size(), 0) > 0;
+    Belmo::String const text = fmt::format("{:<10}\n", process);  // always as long, so that it overwrites
+    [[maybe_unused]] ssize_t const told = ::pwrite(file.number(), text.data(), text.size(), 0);
 }
 
 }  // namespace
