@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <span>
@@ -47,6 +48,11 @@ public:
     constexpr HwEntryConfig(HwIndex index, std::span<U32 const> words) : index_(index) {
         for (std::size_t i = 0; i < words.size(); ++i)
             dataIs(i, words[i]);
+    }
+    /** Of all eight words at once, of which those from `size` on are 0. */
+    constexpr HwEntryConfig(HwIndex index, std::span<U32 const, maxEntryWords> words, U8 size)
+        : index_(index), size_(size) {
+        std::copy_n(words.data(), maxEntryWords, words_.data());
     }
 
     constexpr HwIndex index() const { return index_; }

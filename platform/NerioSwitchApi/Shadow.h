@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <span>
 
@@ -29,7 +30,7 @@ struct ShadowRow {
     U8 state;
     U8 size;
     U16 reserved;
-    /** Over the words, the size and the row's number; of a written row only. */
+    /** Over everything else in the row and the row's number; of a written row only. */
     U32 checksum;
 };
 static_assert(sizeof(ShadowRow) == 40);
@@ -45,6 +46,7 @@ class BELMO_EXPORT ShadowTable : public Belmo::Node {
 public:
     ~ShadowTable() override;
 
+    Belmo::String const& name() const { return name_; }
     HwIndex firstIndex() const { return firstIndex_; }
     HwIndex lastIndex() const { return lastIndex_; }
 
@@ -54,9 +56,9 @@ public:
      */
     std::optional<HwEntryConfig> read(HwIndex index) const;
 
-    /** Stores the words of a row that is about to be written. Rows outside the table throw. */
+    /** Stores the words, at most 8, of a row that is about to be written. Rows outside the table throw. */
     void intend(HwIndex index, std::span<U32 const> words);
-    /** Marks an intended row as written. */
+    /** Marks a row as written, which has to be an intended one. */
     void written(HwIndex index);
 
     /** A reader met corruption: counts it and keeps the message for who asks. */
@@ -86,17 +88,34 @@ private:
     Belmo::String lastCorruption_;
 };
 
-/** Holds the shadows of all hardware tables, by name. It outlives the tables, and in files the process. */
+/**
+ * Holds the shadows of all hardware tables, by name. It outlives the tables, and in files the process. A
+ * derived class says where the rows of a table are.
+ */
 class BELMO_EXPORT ShadowStore : public Belmo::Node {
 public:
     ~ShadowStore() override;
 
     /**
-     * The shadow of the hardware table of that name and rows. `StartMode::cold` forgets what the shadow held;
-     * `StartMode::warm` keeps it, and throws `ShadowException` where what is kept has other rows.
+     * The shadow of the hardware table of that name and rows; a table without rows has first > last.
+     * `StartMode::cold` forgets what the shadow held, and whoever still has the table from before has one
+     * that this store knows no more. `StartMode::warm` keeps what it held, and throws `ShadowException`
+     * where that has other rows.
      */
-    virtual Belmo::Ptr<ShadowTable> tableIs(Belmo::String const& name, HwIndex firstIndex, HwIndex lastIndex,
-                                            StartMode mode) = 0;
+    Belmo::Ptr<ShadowTable> tableIs(Belmo::String const& name, HwIndex firstIndex, HwIndex lastIndex,
+                                    StartMode mode);
+
+protected:
+    ShadowStore();
+    /** Makes the table as it is before this store has handed it out: without rows held if cold. */
+    virtual Belmo::Ptr<ShadowTable> newTable(Belmo::String const& name, HwIndex firstIndex, HwIndex lastIndex,
+                                             StartMode mode) = 0;
+    /** How many rows those are, and how messages speak of them. */
+    static std::size_t rowCount(HwIndex firstIndex, HwIndex lastIndex);
+    static Belmo::String rowsText(HwIndex firstIndex, HwIndex lastIndex);
+
+private:
+    std::map<Belmo::String, Belmo::Ptr<ShadowTable>> tables_;
 };
 
 /** A shadow that lives as long as the store: for tests, and for drivers whose chip is reset with them. */
