@@ -30,7 +30,8 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/NerioSwitchTableConfigVersion.cmake
   DESTINATION ${NERIO_PACKAGE})
 
-file(RELATIVE_PATH NERIO_PKGCONFIG_TO_PREFIX /${NERIO_PKGCONFIG} /)
+set(NERIO_PKGCONFIG_TO_PREFIX /)
+cmake_path(RELATIVE_PATH NERIO_PKGCONFIG_TO_PREFIX BASE_DIRECTORY /${NERIO_PKGCONFIG})
 foreach(module nerioswitchtable neriochip)
   configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${module}.pc DESTINATION ${NERIO_PKGCONFIG})

@@ -2,9 +2,10 @@
 # Installs a build, moves the installed tree away, and uses it from there as its users do: the command runs,
 # and the example, copied out of the project, builds and runs by find_package and by pkg-config.
 #
-#   install_tree.sh BUILD_FOLDER EXAMPLE_FOLDER      with CMAKE, CXX and CXXFLAGS in the environment
+#   install_tree.sh BUILD_FOLDER EXAMPLE_FOLDER COMMAND...     CMAKE, CXX and CXXFLAGS are in the environment
 set -eu
 build=$1 example=$2
+shift 2
 expected='hello_table: the chip holds what was set'
 
 folder=$(mktemp -d)
@@ -29,7 +30,9 @@ step "$CMAKE" --install "$build" --prefix "$folder/before"
 mv "$folder/before" "$folder/installed"
 cp -R "$example" "$folder/source"
 
-step "$folder/installed/bin/nerio" --help
+for command; do
+    step "$folder/installed/bin/$command" --help
+done
 
 step "$CMAKE" -S "$folder/source" -B "$folder/build" -DCMAKE_PREFIX_PATH="$folder/installed"
 step "$CMAKE" --build "$folder/build"
