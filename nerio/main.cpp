@@ -8,6 +8,7 @@
 int main(int argc, char** argv) {
     CLI::App app("Drives the tables of a simulated switch.", "nerio");
     app.require_subcommand(1);
+    app.set_version_flag("--version", NERIO_VERSION);
     int status = Nerio::done;
     Nerio::addRun(app, status);
     Nerio::addScript(app, status);

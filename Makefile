@@ -1,0 +1,70 @@
+# The two that matter are `make run` and `make test`; everything else of the build is CMake's.
+SHELL := /bin/bash
+.SHELLFLAGS := -o pipefail -ec
+MAKEFLAGS += --no-print-directory
+
+# The configuration to test: release, debug, sanitize or clang.
+PRESET ?= release
+JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
+# Further arguments of `nerio run` and of the benchmarks.
+ARGS ?=
+
+CLANG_FORMAT ?= clang-format-14
+CLANG_TIDY ?= clang-tidy-14
+
+.PHONY: help run test bench lint install clean
+help:
+	@echo 'make run        build nerio and run the switch: nerio run $$ARGS'
+	@echo 'make test       build everything and run the tests; PRESET=sanitize does it under the sanitizers'
+	@echo 'make bench      build and run the benchmarks: nerio_bench $$ARGS'
+	@echo 'make lint       check the sources with clang-format and clang-tidy'
+	@echo 'make install    install the libraries, their headers and nerio under PREFIX, $(PREFIX)'
+	@echo 'make clean      remove everything that was built'
+	@echo 'Debian packages that are missing are installed first, after a line that names them.'
+
+# $(call packages,preset) and $(call configure,preset) prepare a build, $(call build,preset,target) makes it.
+packages = @tools/install-dependencies.sh build test bench $(filter lint clang,$(1))
+configure = @tools/step.sh 'Configuring $(1)' build/$(1)/configure.log cmake --preset $(1)
+build = @tools/step.sh 'Building $(1)' build/$(1)/build.log \
+	cmake --build --preset $(1) -j$(JOBS) --target $(2)
+
+run:
+	$(call packages)
+	$(call configure,release)
+	$(call build,release,nerio)
+	@build/release/nerio/nerio run $(ARGS)
+
+# What passed is left out, so that failures and the summary stand alone; test.log has every line.
+test:
+	@rm -f build/$(PRESET)/test.log
+	$(call packages,$(PRESET))
+	$(call configure,$(PRESET))
+	$(call build,$(PRESET),all)
+	@ctest --preset $(PRESET) -j$(JOBS) | tee build/$(PRESET)/test.log | sed -u -E \
+	    -e '/^ *Start +[0-9]+: /d' -e '/^ *[0-9]+\/[0-9]+ Test +#[0-9]+: .* Passed +[0-9.]+ sec$$/d'
+
+bench:
+	$(call packages)
+	$(call configure,release)
+	$(call build,release,nerio_bench)
+	@build/release/bench/nerio_bench $(ARGS)
+
+lint:
+	$(call packages,lint)
+	$(call configure,release)
+	@echo 'Checking the format'
+	@git ls-files -z '*.h' '*.cpp' | xargs -0 $(CLANG_FORMAT) --dry-run -Werror
+	@echo 'Checking the code'
+	@git ls-files -z '*.cpp' | xargs -0 -n1 -P$(JOBS) $(CLANG_TIDY) -p build/release --quiet \
+	    2> >(grep -vE '^[0-9]+ warnings?( treated as errors?| generated\.)' >&2)
+
+install:
+	$(call packages)
+	$(call configure,release)
+	$(call build,release,all)
+	@tools/step.sh 'Installing under $(PREFIX)' build/release/install.log \
+	    cmake --install build/release --prefix $(PREFIX)
+
+clean:
+	rm -rf build
