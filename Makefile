@@ -57,7 +57,7 @@ lint:
 	@git ls-files -z '*.h' '*.cpp' | xargs -0 $(CLANG_FORMAT) --dry-run -Werror
 	@echo 'Checking the code'
 	@git ls-files -z '*.cpp' | xargs -0 -n1 -P$(JOBS) $(CLANG_TIDY) -p build/release --quiet \
-	    2> >(grep -vE '^[0-9]+ warnings?( treated as errors?| generated\.)' >&2)
+	    2>&1 | sed -E '/^[0-9]+ warnings?( generated\.| treated as errors?$$)/d'
 
 install:
 	$(call packages)

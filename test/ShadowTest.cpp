@@ -216,7 +216,7 @@ TEST_P(ShadowTest, KeepsTablesApartByName) {
 
 /** Random operations leave what a plain map of them would hold. */
 TEST_P(ShadowTest, AgreesWithAMap) {
-    rc::check([this] {
+    EXPECT_TRUE(rc::check([this] {
         auto lag = table(StartMode::cold);
         std::map<HwIndex, Words> model;
         for (auto const& step : *rc::gen::arbitrary<std::vector<std::pair<U8, U32>>>()) {
@@ -246,7 +246,7 @@ TEST_P(ShadowTest, AgreesWithAMap) {
             RC_ASSERT(held.has_value() == model.contains(row));
             if (held) RC_ASSERT(*held == HwEntryConfig(row, model[row]));
         }
-    });
+    }));
 }
 
 using ShadowDeathTest = ShadowTest;
