@@ -6,7 +6,7 @@
 
 #include "Belmo/Types.h"
 
-namespace Test {
+namespace NerioTest {
 
 /** A field of an expected row: its lowest bit, its width, its value. */
 struct PackedBits {
@@ -27,4 +27,4 @@ inline std::vector<U32> packed(std::size_t words, std::initializer_list<PackedBi
     return row;
 }
 
-}  // namespace Test
+}  // namespace NerioTest

@@ -10,8 +10,8 @@ namespace {
 
 using namespace NerioSwitchTable;
 using NerioSwitch::ChipPortId;
-using Test::packed;
-using Test::StartMode;
+using NerioTest::packed;
+using NerioTest::StartMode;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -32,7 +32,7 @@ PortConfigKey port(U32 number) {
     return PortConfigKey(ChipPortId(number));
 }
 
-class PortConfigTest : public Test::TableFixture<PortConfigTable> {
+class PortConfigTest : public NerioTest::TableFixture<PortConfigTable> {
 protected:
     PortConfigTest() : TableFixture([] { return portConfigTableFactory("ports"); }) {}
 
@@ -262,7 +262,7 @@ TEST_F(PortConfigTest, ARowMissingFromTheShadowIsTracedAndGetsTheDefault) {
     table().entryIs(port(8), portConfig(PortConfigMode::trunk));
     shadow().drop(8);
     takeWrites();
-    Test::TraceCapture const trace("NerioTablePortConfig", 9);
+    NerioTest::TraceCapture const trace("NerioTablePortConfig", 9);
     restart();
     EXPECT_THAT(trace.lines(), ElementsAre("pipe 1 index 8 does not exist."));
     EXPECT_THAT(takeWrites(), ElementsAre(Pair("egress/port[8]/vlan_cfg", 1)));

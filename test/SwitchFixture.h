@@ -12,7 +12,7 @@
 #include "chip/RecordingBus.h"
 #include "chip/SimulatedChip.h"
 
-namespace Test {
+namespace NerioTest {
 
 using NerioSwitchApi::StartMode;
 using RegisterWrites = std::vector<std::pair<Belmo::String, U32>>;
@@ -77,7 +77,9 @@ protected:
         recorder_->take();
         restart();
         EXPECT_EQ(takeWriteCount(), owedWrites) << "register writes of the warm restart";
-        if (owedWrites == 0) EXPECT_EQ(chip_->state(), before);
+        if (owedWrites == 0) {
+            EXPECT_EQ(chip_->state(), before);
+        }
         SCOPED_TRACE("after a warm restart");
         verify();
     }
@@ -93,4 +95,4 @@ private:
     Belmo::Ptr<Table> table_;
 };
 
-}  // namespace Test
+}  // namespace NerioTest

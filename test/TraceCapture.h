@@ -6,7 +6,7 @@
 
 #include "Sorn/Trace.h"
 
-namespace Test {
+namespace NerioTest {
 
 /** Collects what a trace handle emits up to a level, as long as this object lives. */
 class TraceCapture {
@@ -32,4 +32,4 @@ private:
     Sorn::TraceSink previous_;
 };
 
-}  // namespace Test
+}  // namespace NerioTest

@@ -2,6 +2,7 @@
 
 #include <compare>
 
+#include "Belmo/Export.h"
 #include "Belmo/Types.h"
 #include "Sorn/CharRange.h"
 #include "Sorn/Hash.h"
@@ -9,7 +10,7 @@
 namespace NerioSwitch {
 
 /** Version of the chip's register interface: major and minor number, totally ordered. Text form "6.2". */
-class ProfileHwApi {
+class BELMO_EXPORT ProfileHwApi {
 public:
     constexpr ProfileHwApi() = default;
     constexpr ProfileHwApi(U16 major, U16 minor) : major_(major), minor_(minor) {}

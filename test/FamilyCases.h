@@ -1,0 +1,41 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "NerioSwitch/ProfileInfo.h"
+#include "RandomValue.h"
+#include "agent/Families.h"
+#include "agent/ValueJson.h"
+
+namespace NerioTest {
+
+/** A family as the tests that hold for every family see it. */
+struct FamilyCase {
+    Agent::TableSpec spec;
+    /** A key that the chip has a place for. Drawn from few, so that operations meet. */
+    std::function<Agent::Json(Random&, NerioSwitch::ProfileInfo const&)> randomKey;
+    std::function<Agent::Json(Random&)> randomResult;
+    /** What a warm restart makes of an entry; null where it does not come back. */
+    std::function<Agent::Json(Agent::Json const& key, Agent::Json const& result)> comesBack;
+};
+
+inline void PrintTo(FamilyCase const& family, std::ostream* stream) { *stream << family.spec.family; }
+
+/** A case whose entries come back as they were, but for those that equal the default result. */
+template <class Table, class RandomKey>
+FamilyCase familyCase(Belmo::String const& family, RandomKey randomKey) {
+    using Result = typename Table::Result;
+    return {{family, family, {}},
+            [randomKey](Random& random, auto const& profile) { return Agent::toJson(randomKey(random, profile)); },
+            [](Random& random) { return Agent::toJson(randomValue<Result>(random)); },
+            [](auto const&, auto const& result) {
+                return result == Agent::toJson(Result()) ? Agent::Json() : result;
+            }};
+}
+
+/** Every family, a line each. */
+std::vector<FamilyCase> const& familyCases();
+
+}  // namespace NerioTest
