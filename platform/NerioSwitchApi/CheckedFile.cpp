@@ -53,7 +53,10 @@ void writeHead(FileFormat const& format, Belmo::String const& description, std::
 
 /** Whether a file can be of that kind by its first bytes; one that is cut within them still counts. */
 bool beginsAs(FileFormat const& format, std::span<std::byte const> bytes) {
-    return std::memcmp(bytes.data(), format.magic.data(), std::min(bytes.size(), magicSize)) == 0;
+    // An empty file has no address to compare at.
+    std::string_view const start(reinterpret_cast<char const*>(bytes.data()),
+                                 std::min(bytes.size(), magicSize));
+    return format.magic.starts_with(start);
 }
 
 Belmo::String reasonNotOfKind(FileFormat const& format) {
