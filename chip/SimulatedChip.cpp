@@ -1,0 +1,145 @@
+#include "chip/SimulatedChip.h"
+
+#include <algorithm>
+#include <boost/crc.hpp>
+#include <cstddef>
+#include <filesystem>
+#include <fmt/format.h>
+
+#include "Belmo/Assert.h"
+
+namespace Chip {
+
+using NerioSwitchApi::RegisterHandle;
+
+namespace {
+
+constexpr NerioSwitchApi::FileFormat memoryFormat{"NERIOCH\x1a", 1, "chip memory", "registers or memories"};
+
+std::size_t wordsOf(MemoryDescription const& memory) {
+    return std::size_t{memory.rows()} * memory.wordsPerRow();
+}
+
+/** What tells one chip's memory from another's: what its words stand for. */
+Belmo::String description(RegisterMap const& registers, std::vector<MemoryDescription> const& memories) {
+    boost::crc_32_type map;
+    auto const add = [&](Belmo::String const& line) { map.process_bytes(line.c_str(), line.size() + 1); };
+    std::ranges::for_each(registers.paths(), add);
+    for (auto const& memory : memories)
+        add(memory.text());
+    return fmt::format("{} registers and {} memories of map {:08x}", registers.size(), memories.size(),
+                       map.checksum());
+}
+
+}  // namespace
+
+SimulatedChip::SimulatedChip(NerioSwitch::ProfileInfo const& profile,
+                             std::vector<MemoryDescription> const& memories,
+                             std::optional<Belmo::String> const& file)
+    : registers_(profile), controlOf_(registers_.size()) {
+    std::size_t size = registers_.size();
+    for (auto const& memory : memories)
+        size += wordsOf(memory);
+    if (file) {
+        words_ = wordsIn(*file, memories, size);
+    } else {
+        owned_.resize(size);
+        words_ = owned_;
+    }
+    std::size_t next = registers_.size();
+    for (auto const& memory : memories) {
+        memoryIs(memory, words_.subspan(next, wordsOf(memory)));
+        next += wordsOf(memory);
+    }
+}
+
+SimulatedChip::~SimulatedChip() = default;
+
+std::span<U32> SimulatedChip::wordsIn(Belmo::String const& file,
+                                      std::vector<MemoryDescription> const& memories, std::size_t size) {
+    using NerioSwitchApi::CheckedFile;
+    lock_.emplace(file + ".lock");
+    auto const text = description(registers_, memories);
+    // A link that leads nowhere is there all the same, and is refused.
+    bool const isThere = std::filesystem::exists(std::filesystem::symlink_status(file));
+    file_ = isThere ? CheckedFile::open(memoryFormat, file, text, size * sizeof(U32))
+                    : CheckedFile::create(memoryFormat, file, text, size * sizeof(U32));
+    return {reinterpret_cast<U32*>(file_->contents().data()), size};
+}
+
+void SimulatedChip::memoryIs(MemoryDescription const& description, std::span<U32> rows) {
+    std::vector<U32*> dataRegisters;
+    for (auto const& path : description.dataRegisters)
+        dataRegisters.push_back(&words_[registers_.address(path).number]);
+    auto& control = controlOf_[registers_.address(description.controlRegister).number];
+    if (control == 0) {
+        controls_.emplace_back();
+        control = static_cast<U32>(controls_.size());
+    }
+    controls_[control - 1].push_back(&memories_.emplace_back(description, rows, std::move(dataRegisters)));
+}
+
+RegisterHandle SimulatedChip::address(std::string_view path) {
+    return registers_.address(path);
+}
+
+Belmo::String SimulatedChip::path(RegisterHandle handle) const {
+    BELMO_ASSERT(handle.number < registers_.size());
+    return registers_.paths()[handle.number];
+}
+
+U32 SimulatedChip::read(RegisterHandle handle) {
+    BELMO_ASSERT(handle.number < registers_.size());
+    return words_[handle.number];
+}
+
+inline void SimulatedChip::put(RegisterHandle handle, U32 word) {
+    BELMO_ASSERT(handle.number < controlOf_.size());
+    if (auto const control = controlOf_[handle.number]; control != 0) {
+        for (auto* memory : controls_[control - 1]) {
+            if (memory->answers(word)) memory->controlIs(word);
+        }
+    }
+    words_[handle.number] = word;
+}
+
+void SimulatedChip::write(RegisterHandle handle, U32 word) {
+    put(handle, word);
+}
+
+void SimulatedChip::writeRow(std::span<RegisterHandle const> handles, U32 const* words) {
+    for (std::size_t i = 0; i < handles.size(); ++i) {
+        if (handles[i].exists()) put(handles[i], words[i]);
+    }
+}
+
+IndirectMemory const& SimulatedChip::indirectMemory(std::string_view name) const {
+    auto const found = std::find_if(memories_.begin(), memories_.end(),
+                                    [&](auto const& memory) { return memory.description().name == name; });
+    if (found == memories_.end()) {
+        throw Belmo::RangeException(fmt::format("the chip has no memory \"{}\"", name));
+    }
+    return *found;
+}
+
+std::vector<U32> SimulatedChip::state() const {
+    std::vector<U32> words(words_.begin(), words_.end());
+    auto const forget = [&](Belmo::String const& path) { words[registers_.address(path).number] = 0; };
+    for (auto const& memory : memories_) {
+        std::ranges::for_each(memory.description().dataRegisters, forget);
+        forget(memory.description().controlRegister);
+    }
+    return words;
+}
+
+Belmo::Ptr<SimulatedChip> simulatedChip(NerioSwitch::ProfileInfo const& profile,
+                                        std::vector<MemoryDescription> const& memories) {
+    return Belmo::make<SimulatedChip>(profile, memories, std::nullopt);
+}
+
+Belmo::Ptr<SimulatedChip> simulatedChip(NerioSwitch::ProfileInfo const& profile, Belmo::String const& file,
+                                        std::vector<MemoryDescription> const& memories) {
+    return Belmo::make<SimulatedChip>(profile, memories, file);
+}
+
+}  // namespace Chip

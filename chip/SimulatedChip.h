@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "Belmo/Export.h"
+#include "Belmo/Ptr.h"
+#include "Belmo/Types.h"
+#include "NerioSwitch/ProfileInfo.h"
+#include "NerioSwitchApi/CheckedFile.h"
+#include "NerioSwitchApi/FileLock.h"
+#include "NerioSwitchApi/RegisterBus.h"
+
+#include "chip/IndirectMemory.h"
+#include "chip/RegisterMap.h"
+
+namespace Chip {
+
+/**
+ * The chip of a profile in memory: its registers, which start as 0, and the memories behind control words.
+ * A handle is the register's position in the chip's memory.
+ */
+class BELMO_EXPORT SimulatedChip final : public NerioSwitchApi::RegisterBus {
+public:
+    /** Without a file its memory goes with it; see `simulatedChip` for what a file does. */
+    SimulatedChip(NerioSwitch::ProfileInfo const& profile, std::vector<MemoryDescription> const& memories,
+                  std::optional<Belmo::String> const& file);
+    ~SimulatedChip() override;
+
+    NerioSwitchApi::RegisterHandle address(std::string_view path) override;
+    Belmo::String path(NerioSwitchApi::RegisterHandle handle) const override;
+    U32 read(NerioSwitchApi::RegisterHandle handle) override;
+    /** A strobe for a row that its memory does not have throws, and the register keeps its word. */
+    void write(NerioSwitchApi::RegisterHandle handle, U32 word) override;
+    void writeRow(std::span<NerioSwitchApi::RegisterHandle const> handles, U32 const* words) override;
+
+    RegisterMap const& registers() const { return registers_; }
+    /** The memory of that name; throws `Belmo::RangeException`. */
+    IndirectMemory const& indirectMemory(std::string_view name) const;
+
+    /** Every word of the chip: the registers by number, then the memories in their given order. */
+    std::span<U32 const> memory() const { return words_; }
+    /**
+     * What the chip works by: its memory with the data and control registers of memories taken as 0, since
+     * those hold no more than the row that was accessed last.
+     */
+    std::vector<U32> state() const;
+
+private:
+    void put(NerioSwitchApi::RegisterHandle handle, U32 word);
+    std::span<U32> wordsIn(Belmo::String const& file, std::vector<MemoryDescription> const& memories,
+                           std::size_t size);
+    void memoryIs(MemoryDescription const& description, std::span<U32> rows);
+
+    RegisterMap registers_;
+    std::optional<NerioSwitchApi::FileLock> lock_;
+    std::optional<NerioSwitchApi::CheckedFile> file_;
+    std::vector<U32> owned_;  // the words of a chip without a file
+    std::span<U32> words_;
+    std::deque<IndirectMemory> memories_;
+    /** The memories behind each control register. */
+    std::vector<std::vector<IndirectMemory*>> controls_;
+    /** For each register its control's number in `controls_` and one more; 0 for all other registers. */
+    std::vector<U32> controlOf_;
+};
+
+/** A chip that lives as long as the process. */
+BELMO_EXPORT Belmo::Ptr<SimulatedChip> simulatedChip(NerioSwitch::ProfileInfo const& profile,
+                                                     std::vector<MemoryDescription> const& memories = {});
+
+/**
+ * A chip whose memory lies in a mapped file, so that it outlives the process that programs it, however that
+ * ends. The file is made if it is missing, for its owner alone; one that is there is taken as it is.
+ *
+ * Throws `Belmo::ResourceException` for a file that is no chip memory, is damaged, or belongs to a chip of
+ * other registers or memories, for one that another chip holds, in this process or another, and where there
+ * is no room for it. A file at fault stays as it is.
+ */
+BELMO_EXPORT Belmo::Ptr<SimulatedChip> simulatedChip(NerioSwitch::ProfileInfo const& profile,
+                                                     Belmo::String const& file,
+                                                     std::vector<MemoryDescription> const& memories = {});
+
+}  // namespace Chip

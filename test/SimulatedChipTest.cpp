@@ -1,0 +1,188 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ChipMemories.h"
+#include "chip/SimulatedChip.h"
+
+namespace {
+
+using Chip::simulatedChip;
+using NerioSwitchApi::BusException;
+using NerioSwitchApi::RegisterHandle;
+using testing::Each;
+using testing::ElementsAre;
+
+struct SimulatedChip : testing::Test {
+    Belmo::Ptr<NerioSwitch::ProfileInfo> profile = NerioSwitch::profilePreset("default");
+    Belmo::Ptr<Chip::SimulatedChip> chip =
+        simulatedChip(*profile, {aclMemory(), l3LagMemory(), l3FloodMemory()});
+
+    void write(char const* path, U32 word) { chip->write(chip->address(path), word); }
+    U32 read(char const* path) { return chip->read(chip->address(path)); }
+    std::vector<RegisterHandle> rowOf(Chip::MemoryDescription const& memory) {
+        std::vector<RegisterHandle> handles;
+        for (auto const& path : memory.dataRegisters)
+            handles.push_back(chip->address(path));
+        handles.push_back(chip->address(memory.controlRegister));
+        return handles;
+    }
+    std::vector<U32> aclRow(U32 number) {
+        auto const row = chip->indirectMemory("acl[0]").row(number);
+        return {row.begin(), row.end()};
+    }
+};
+
+TEST_F(SimulatedChip, RegistersStartAsZeroAndKeepWhatIsWritten) {
+    EXPECT_THAT(chip->memory(), Each(0u));
+    write("egress/port[3]/vlan_cfg", 0x12345678);
+    EXPECT_EQ(read("egress/port[3]/vlan_cfg"), 0x12345678u);
+    EXPECT_EQ(read("egress/port[4]/vlan_cfg"), 0u);
+}
+
+TEST_F(SimulatedChip, HandlesKnowTheirPath) {
+    EXPECT_EQ(chip->path(chip->address("egress/port[3]/vlan_cfg")), "egress/port[3]/vlan_cfg");
+}
+
+TEST_F(SimulatedChip, RefusesAPathItDoesNotHave) {
+    EXPECT_THROW(chip->address("egress/port[52]/vlan_cfg"), NerioSwitchApi::UnknownRegisterException);
+}
+
+TEST_F(SimulatedChip, ARowPassesOverHandlesThatDoNotExist) {
+    std::vector<RegisterHandle> const handles{chip->address("egress/port[0]/vlan_cfg"), RegisterHandle(),
+                                              chip->address("egress/port[1]/vlan_cfg")};
+    U32 const words[] = {1, 2, 3};
+    chip->writeRow(handles, words);
+    EXPECT_EQ(read("egress/port[0]/vlan_cfg"), 1u);
+    EXPECT_EQ(read("egress/port[1]/vlan_cfg"), 3u);
+}
+
+TEST_F(SimulatedChip, EqualWritesMakeEqualMemories) {
+    auto const other = simulatedChip(*profile, {aclMemory(), l3LagMemory(), l3FloodMemory()});
+    U32 const words[] = {1, 2, 3, 4, 1u << 18 | 7};
+    chip->writeRow(rowOf(aclMemory()), words);
+    EXPECT_THAT(chip->memory(), testing::Not(testing::ElementsAreArray(other->memory())));
+    other->writeRow(rowOf(aclMemory()), words);
+    EXPECT_THAT(chip->memory(), testing::ElementsAreArray(other->memory()));
+}
+
+TEST_F(SimulatedChip, StateForgetsWhichRowWasAccessedLast) {
+    auto const other = simulatedChip(*profile, {aclMemory(), l3LagMemory(), l3FloodMemory()});
+    U32 const first[] = {1, 2, 3, 4, 1u << 18 | 7};
+    U32 const second[] = {5, 6, 7, 8, 1u << 18 | 9};
+    chip->writeRow(rowOf(aclMemory()), first);
+    EXPECT_NE(chip->state(), other->state());
+    chip->writeRow(rowOf(aclMemory()), second);
+    other->writeRow(rowOf(aclMemory()), second);
+    other->writeRow(rowOf(aclMemory()), first);
+    EXPECT_EQ(chip->state(), other->state());
+    EXPECT_THAT(chip->memory(), testing::Not(testing::ElementsAreArray(other->memory())));
+}
+
+TEST_F(SimulatedChip, DataWithoutAStrobeChangesNoRow) {
+    U32 const words[] = {1, 2, 3, 4, 7};
+    chip->writeRow(rowOf(aclMemory()), words);
+    EXPECT_THAT(aclRow(7), Each(0u));
+    EXPECT_EQ(read("ingress/processor_acl[0]/hash_data3"), 4u);
+    EXPECT_EQ(read("ingress/processor_acl[0]/hash_ctl"), 7u);
+}
+
+TEST_F(SimulatedChip, AStrobeStoresTheDataIntoTheAddressedRow) {
+    U32 const words[] = {1, 2, 3, 4, 1u << 18 | 7};
+    chip->writeRow(rowOf(aclMemory()), words);
+    EXPECT_THAT(aclRow(7), ElementsAre(1, 2, 3, 4));
+    EXPECT_THAT(aclRow(6), Each(0u));
+    EXPECT_THAT(aclRow(8), Each(0u));
+    write("ingress/processor_acl[0]/hash_data1", 20);
+    EXPECT_THAT(aclRow(7), ElementsAre(1, 2, 3, 4));
+    write("ingress/processor_acl[0]/hash_ctl", 1u << 18 | 8);
+    EXPECT_THAT(aclRow(8), ElementsAre(1, 20, 3, 4));
+}
+
+TEST_F(SimulatedChip, WaysLieOneBehindTheOther) {
+    U32 const words[] = {1, 2, 3, 4, 1u << 18 | 1u << 11 | 7};
+    chip->writeRow(rowOf(aclMemory()), words);
+    EXPECT_THAT(aclRow(7), Each(0u));
+    EXPECT_THAT(aclRow(1500 + 7), ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(SimulatedChip, AnotherProcessorsMemoryIsNotTouched) {
+    write("ingress/processor_acl[1]/hash_ctl", 1u << 18 | 7);
+    write("ingress/processor_acl[0]/hash_data0", 1);
+    EXPECT_THAT(aclRow(7), Each(0u));
+}
+
+TEST_F(SimulatedChip, AStrobeBeyondTheEndIsRefusedAndChangesNothing) {
+    U32 const last[] = {1, 2, 3, 4, 1u << 18 | 1499};
+    chip->writeRow(rowOf(aclMemory()), last);
+    EXPECT_THAT(aclRow(1499), ElementsAre(1, 2, 3, 4));
+    std::vector<U32> const before(chip->memory().begin(), chip->memory().end());
+    EXPECT_THROW(write("ingress/processor_acl[0]/hash_ctl", 1u << 18 | 1500), BusException);
+    EXPECT_THROW(write("ingress/processor_l3[0]/hash_ctl", 9u << 18 | 1u << 17 | 56), BusException);
+    EXPECT_THAT(chip->memory(), testing::ElementsAreArray(before));
+    try {
+        write("ingress/processor_acl[0]/hash_ctl", 1u << 18 | 1u << 11 | 1500);
+        FAIL();
+    } catch (BusException const& failure) {
+        EXPECT_STREQ(failure.what(),
+                     "ingress/processor_acl[0]/hash_ctl = 0x00040DDC: row 1500 of way 1 is beyond the end of "
+                     "acl[0], 1500 rows in 2 ways");
+    }
+}
+
+TEST_F(SimulatedChip, MemoriesBehindOneControlRegisterTellThemselvesApart) {
+    U32 const lag[] = {1, 2, 9u << 18 | 1u << 17 | 5};
+    U32 const flood[] = {3, 4, 10u << 18 | 1u << 17 | 5};
+    U32 const nobody[] = {5, 6, 11u << 18 | 1u << 17 | 5};
+    auto const handles = rowOf(l3LagMemory());
+    chip->writeRow(handles, lag);
+    chip->writeRow(handles, flood);
+    chip->writeRow(handles, nobody);
+    EXPECT_THAT(chip->indirectMemory("l3Lag[0]").row(5), ElementsAre(1, 2));
+    EXPECT_THAT(chip->indirectMemory("l3Flood[0]").row(5), ElementsAre(3, 4));
+}
+
+TEST_F(SimulatedChip, AReadStrobeLoadsTheDataRegisters) {
+    U32 const words[] = {1, 2, 9u << 18 | 1u << 17 | 5};
+    chip->writeRow(rowOf(l3LagMemory()), words);
+    write("ingress/processor_l3[0]/hash_data0", 77);
+    write("ingress/processor_l3[0]/hash_ctl", 9u << 18 | 1u << 16 | 5);
+    EXPECT_EQ(read("ingress/processor_l3[0]/hash_data0"), 1u);
+    EXPECT_EQ(read("ingress/processor_l3[0]/hash_data1"), 2u);
+    EXPECT_THAT(chip->indirectMemory("l3Lag[0]").row(5), ElementsAre(1, 2));
+    EXPECT_THROW(write("ingress/processor_l3[0]/hash_ctl", 9u << 18 | 1u << 16 | 56), BusException);
+}
+
+TEST_F(SimulatedChip, BothStrobesStore) {
+    U32 const words[] = {1, 2, 9u << 18 | 1u << 17 | 1u << 16 | 5};
+    chip->writeRow(rowOf(l3LagMemory()), words);
+    EXPECT_THAT(chip->indirectMemory("l3Lag[0]").row(5), ElementsAre(1, 2));
+}
+
+TEST_F(SimulatedChip, RefusesAMemoryItDoesNotHave) {
+    EXPECT_THROW(chip->indirectMemory("acl[9]"), Belmo::RangeException);
+}
+
+TEST_F(SimulatedChip, RefusesAMemoryBehindRegistersItDoesNotHave) {
+    auto memory = aclMemory();
+    memory.controlRegister = "ingress/processor_acl[9]/hash_ctl";
+    EXPECT_THROW(simulatedChip(*profile, {memory}), NerioSwitchApi::UnknownRegisterException);
+}
+
+using SimulatedChipDeathTest = SimulatedChip;
+
+TEST_F(SimulatedChipDeathTest, HandlesOfNoRegisterAreAProgrammingError) {
+    EXPECT_DEATH(chip->write(RegisterHandle(), 0), "handle.number < controlOf_.size\\(\\)");
+    EXPECT_DEATH(chip->read({chip->registers().size()}), "handle.number < registers_.size\\(\\)");
+}
+
+TEST_F(SimulatedChipDeathTest, AMemoryLongerThanItsRowFieldIsAProgrammingError) {
+    auto memory = aclMemory();
+    memory.rowsPerWay = 2049;
+    EXPECT_DEATH(simulatedChip(*profile, {memory}), "reaches\\(description_.row, description_.rowsPerWay\\)");
+}
+
+TEST_F(SimulatedChipDeathTest, RowsEndWithTheMemory) {
+    EXPECT_DEATH(chip->indirectMemory("acl[0]").row(3000), "number < description_.rows\\(\\)");
+}
+
+}  // namespace
