@@ -233,6 +233,6 @@ TEST_P(FamilyTest, EveryFamilyIsHere) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FamilyTest, ::testing::ValuesIn(familyCases()),
-                         [](auto const& info) { return info.param.spec.family; });
+                         [](auto const& family) { return family.param.spec.family; });
 
 }  // namespace
