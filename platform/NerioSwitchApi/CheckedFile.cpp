@@ -51,9 +51,13 @@ void writeHead(FileFormat const& format, Belmo::String const& description, std::
     std::memcpy(bytes.data() + offsetof(Head, checksum), &head.checksum, sizeof(head.checksum));
 }
 
+std::string_view textIn(std::span<std::byte const> bytes) {
+    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
 /** Whether a file can be of that kind by its first bytes; one that is cut within them still counts. */
 bool beginsAs(FileFormat const& format, std::span<std::byte const> bytes) {
-    return std::memcmp(bytes.data(), format.magic.data(), std::min(bytes.size(), magicSize)) == 0;
+    return format.magic.starts_with(textIn(bytes.first(std::min(bytes.size(), magicSize))));
 }
 
 Belmo::String reasonNotOfKind(FileFormat const& format) {
@@ -101,8 +105,7 @@ Belmo::String fault(FileFormat const& format, Belmo::String const& description, 
     if (head.checksum != checksumOf(bytes.first(head.headSize)))
         return "is damaged: wrong checksum of its head";
 
-    auto const text = bytes.first(head.headSize).subspan(sizeof(Head));
-    std::string_view found(reinterpret_cast<char const*>(text.data()), text.size());
+    auto found = textIn(bytes.first(head.headSize).subspan(sizeof(Head)));
     found = found.substr(0, found.find_last_not_of('\0') + 1);
     if (found != description)
         return fmt::format("has other {}: found {}, this is {}", format.holds, found, description);

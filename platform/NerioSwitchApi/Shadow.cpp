@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstring>
 #include <fmt/format.h>
 #include <utility>
 #include <vector>
@@ -44,8 +45,12 @@ bool isZero(ShadowRow const& row) {
 
 void wordsAre(ShadowRow& row, std::span<U32 const> words) {
     std::size_t const kept = std::min(words.size(), maxEntryWords);
-    for (std::size_t i = 0; i < maxEntryWords; ++i)
-        row.words[i] = i < kept ? words[i] : 0;
+    // Two at a time: the checksum soon reads them so, and a read that is wider than the store before it
+    // waits.
+    for (std::size_t i = 0; i < maxEntryWords; i += 2) {
+        U32 const pair[] = {i < kept ? words[i] : 0, i + 1 < kept ? words[i + 1] : 0};
+        std::memcpy(row.words + i, pair, sizeof(pair));
+    }
     row.size = static_cast<U8>(std::min<std::size_t>(words.size(), 0xFF));
     row.reserved = 0;
 }
