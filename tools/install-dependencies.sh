@@ -41,11 +41,12 @@ if [ -z "$missing" ]; then
     exit 0
 fi
 
+by_hand="apt-get update && apt-get install --no-install-recommends$missing"
 as_root=
 if [ "$(id -u)" -ne 0 ]; then
     if ! command -v sudo >/dev/null; then
-        echo "Packages are missing, and installing them needs root. As root, run:" >&2
-        echo "  apt-get update && apt-get install --no-install-recommends$missing" >&2
+        echo "Packages are missing, and there is no sudo to install them. As root, run:" >&2
+        echo "  $by_hand" >&2
         exit 1
     fi
     as_root=sudo
@@ -65,6 +66,7 @@ log=build/install.log
 # The package lists are fetched only if what this machine knows is not enough.
 if ! install_missing >"$log" 2>&1 && ! { apt update && install_missing; } >"$log" 2>&1; then
     tail -n 20 "$log" >&2
-    echo "Installing failed; the whole output is in $log" >&2
+    echo "Installing failed; the whole output is in $log. By hand, as root, it is:" >&2
+    echo "  $by_hand" >&2
     exit 1
 fi

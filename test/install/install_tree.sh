@@ -6,7 +6,7 @@
 set -eu
 build=$1 example=$2
 shift 2
-expected='hello_table: the chip holds what was set'
+expected='register egress/port[5]/vlan_cfg holds 0x4'
 
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
