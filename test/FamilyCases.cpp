@@ -16,7 +16,9 @@ NerioSwitch::ChipPortId randomPort(Random& random, NerioSwitch::ProfileInfo cons
 
 std::vector<FamilyCase> const& familyCases() {
     static std::vector<FamilyCase> const cases = {
-        familyCase<PortConfigTable>("portConfig", [](auto& random, auto const& profile) { return PortConfigKey(randomPort(random, profile)); }),
+        familyCase<PortConfigTable>(
+            "portConfig",
+            [](auto& random, auto const& profile) { return PortConfigKey(randomPort(random, profile)); }),
     };
     return cases;
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "NerioSwitch/ProfileInfo.h"
+
 #include "RandomValue.h"
 #include "agent/Families.h"
 #include "agent/ValueJson.h"
@@ -21,14 +22,18 @@ struct FamilyCase {
     std::function<Agent::Json(Agent::Json const& key, Agent::Json const& result)> comesBack;
 };
 
-inline void PrintTo(FamilyCase const& family, std::ostream* stream) { *stream << family.spec.family; }
+inline void PrintTo(FamilyCase const& family, std::ostream* stream) {
+    *stream << family.spec.family;
+}
 
 /** A case whose entries come back as they were, but for those that equal the default result. */
 template <class Table, class RandomKey>
 FamilyCase familyCase(Belmo::String const& family, RandomKey randomKey) {
     using Result = typename Table::Result;
     return {{family, family, {}},
-            [randomKey](Random& random, auto const& profile) { return Agent::toJson(randomKey(random, profile)); },
+            [randomKey](Random& random, auto const& profile) {
+                return Agent::toJson(randomKey(random, profile));
+            },
             [](Random& random) { return Agent::toJson(randomValue<Result>(random)); },
             [](auto const&, auto const& result) {
                 return result == Agent::toJson(Result()) ? Agent::Json() : result;

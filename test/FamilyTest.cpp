@@ -1,7 +1,6 @@
 // What holds for every family: random operations against a model, restarts, and cuts at every register write.
-#include <gtest/gtest.h>
-
 #include <csignal>
+#include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <optional>
@@ -9,9 +8,10 @@
 #include <utility>
 #include <vector>
 
+#include "NerioSwitchApi/TableFramework.h"
+
 #include "ChildProcess.h"
 #include "FamilyCases.h"
-#include "NerioSwitchApi/TableFramework.h"
 #include "TemporaryDirectory.h"
 #include "agent/Verify.h"
 #include "chip/FaultyBus.h"
@@ -62,7 +62,8 @@ void carryOut(Operation const& operation, Model& model) {
 
 Model entriesOf(Agent::JsonTable const& table) {
     Model model;
-    for (auto const& [key, result] : table.entries()) model[key.dump()] = result.dump();
+    for (auto const& [key, result] : table.entries())
+        model[key.dump()] = result.dump();
     return model;
 }
 
@@ -78,7 +79,8 @@ Model afterRestart(FamilyCase const& family, Model const& model) {
 
 /** An agent that comes back: wants what it wanted, and wants nothing else. */
 void reconcile(Model const& wanted, Agent::JsonTable& table) {
-    for (auto const& [key, result] : wanted) table.entryIs(Json::parse(key), Json::parse(result), Place());
+    for (auto const& [key, result] : wanted)
+        table.entryIs(Json::parse(key), Json::parse(result), Place());
     for (auto const& [key, result] : table.entries()) {
         if (!wanted.contains(key.dump())) table.entryDel(key, Place());
     }
@@ -107,7 +109,8 @@ public:
 private:
     FamilySwitch(FamilyCase const& family, std::optional<std::string> const& directory)
         : family_(family),
-          chip_(directory ? Chip::simulatedChip(*profile_, *directory + "/chip") : Chip::simulatedChip(*profile_)),
+          chip_(directory ? Chip::simulatedChip(*profile_, *directory + "/chip")
+                          : Chip::simulatedChip(*profile_)),
           bus_(Belmo::make<Chip::FaultyBus>(chip_)),
           shadows_(directory ? NerioSwitchApi::mappedShadowStore(*directory + "/shadow")
                              : NerioSwitchApi::memoryShadowStore()) {}
@@ -177,15 +180,18 @@ public:
         early_ = randomOperations(family, profile, random, 12);
         late_ = randomOperations(family, profile, random, 6);
         for (auto const* operations : {&early_, &late_}) {
-            for (auto const& operation : *operations) carryOut(operation, wanted_);
+            for (auto const& operation : *operations)
+                carryOut(operation, wanted_);
         }
     }
 
     void live(FamilySwitch& target) const {
         target.start(StartMode::cold);
-        for (auto const& operation : early_) carryOut(operation, target.table());
+        for (auto const& operation : early_)
+            carryOut(operation, target.table());
         target.start(StartMode::warm);
-        for (auto const& operation : late_) carryOut(operation, target.table());
+        for (auto const& operation : late_)
+            carryOut(operation, target.table());
     }
     Model const& wanted() const { return wanted_; }
 
@@ -228,7 +234,8 @@ TEST_P(FamilyTest, AProcessKilledAtAnyRegisterWriteLeavesASwitchThatRecovers) {
 }
 
 TEST_P(FamilyTest, EveryFamilyIsHere) {
-    EXPECT_EQ(familyCases().size(), Agent::families().size()) << "a family without a case, or a case too many";
+    EXPECT_EQ(familyCases().size(), Agent::families().size())
+        << "a family without a case, or a case too many";
     EXPECT_NE(Agent::family(family().spec.family), nullptr);
 }
 

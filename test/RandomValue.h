@@ -12,7 +12,9 @@ namespace NerioTest {
 
 using Random = std::mt19937_64;
 
-inline U64 below(Random& random, U64 bound) { return std::uniform_int_distribution<U64>(0, bound - 1)(random); }
+inline U64 below(Random& random, U64 bound) {
+    return std::uniform_int_distribution<U64>(0, bound - 1)(random);
+}
 
 /** A value of any described type: each attribute by its own range, enumerations by their names. */
 template <class T>
