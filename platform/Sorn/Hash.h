@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <concepts>
 #include <cstddef>
 #include <type_traits>
@@ -29,15 +30,25 @@ concept SeededHash = requires(T const& value, U32 seed) {
     { value.hash(seed) } -> std::convertible_to<U32>;
 };
 
-/** The hash of a key for a hash map: of an integer or an enumerator, or the type's own `hash(seed)`. */
+/** A number that stands for an integer, an enumerator or a real: equal values have equal numbers. */
+template <class T>
+constexpr U64 hashNumber(T value) {
+    if constexpr (std::is_floating_point_v<T>) {
+        return std::bit_cast<U64>(static_cast<double>(value) + 0.0);  // minus zero equals plus zero
+    } else {
+        return static_cast<U64>(value);
+    }
+}
+
+/** The hash of a key for a hash map: of a number or an enumerator, or the type's own `hash(seed)`. */
 template <class T>
 constexpr U32 hashOf(T const& value, U32 seed = 0) {
     if constexpr (SeededHash<T>) {
         return value.hash(seed);
     } else {
-        static_assert(std::is_integral_v<T> || std::is_enum_v<T>, "give the type a hash(U32 seed)");
+        static_assert(std::is_arithmetic_v<T> || std::is_enum_v<T>, "give the type a hash(U32 seed)");
         HashMixer mixer(seed);
-        mixer.add(static_cast<U64>(value));
+        mixer.add(hashNumber(value));
         return mixer.result();
     }
 }
