@@ -10,19 +10,27 @@
 
 namespace Sorn {
 
-/** Mixes numbers one after the other into a hash (multiply and xor-shift, as in MurmurHash's finalizer). */
+/**
+ * Mixes numbers one after the other into a hash (multiply and xor-shift, as in MurmurHash's finalizer). The
+ * seed is mixed in like a number, so that no other seed makes up for another number.
+ */
 class HashMixer {
 public:
-    constexpr explicit HashMixer(U64 seed) : state_(seed + 0x9E3779B97F4A7C15u) {}
+    constexpr explicit HashMixer(U64 seed) { add(seed); }
 
-    constexpr void add(U64 value) {
-        state_ = (state_ ^ value) * 0xFF51AFD7ED558CCDu;
-        state_ ^= state_ >> 32;
+    constexpr void add(U64 value) { state_ = mixed(state_ ^ value, 0xFF51AFD7ED558CCDu); }
+    constexpr U32 result() const {
+        U64 const folded = mixed(state_, 0xC4CEB9FE1A85EC53u);
+        return static_cast<U32>(mixed(folded, 0xFF51AFD7ED558CCDu));
     }
-    constexpr U32 result() const { return static_cast<U32>((state_ * 0xC4CEB9FE1A85EC53u) >> 32); }
 
 private:
-    U64 state_;
+    static constexpr U64 mixed(U64 state, U64 factor) {
+        U64 const product = state * factor;
+        return product ^ product >> 32;
+    }
+
+    U64 state_ = 0x9E3779B97F4A7C15u;
 };
 
 template <class T>
