@@ -1,4 +1,5 @@
 #include <cmath>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <rapidcheck/gtest.h>
@@ -45,7 +46,7 @@ TEST(CharRange, ExpectsATextOrSaysWhatItFound) {
 TEST(CharRange, ShowsTheFirst40CharactersOfWhatItFound) {
     std::string const tooLong(50, 'x');
     EXPECT_EQ(refusal(tooLong.c_str(), [](CharRange& text) { text.expect("y"); }),
-              "expected \"y\", found \"" + std::string(40, 'x') + "\"");
+              fmt::format("expected \"y\", found \"{}\"", std::string(40, 'x')));
 }
 
 TEST(CharRange, ExpectsItsEnd) {
@@ -76,7 +77,7 @@ TEST(CharRange, RefusesWhatIsNoNumber) {
     auto const number = [](CharRange& text) { text.takeNumber(); };
     for (char const* text :
          {"", "-1", "+1", " 1", "x1", "0x", "0xg", "0x-1", "18446744073709551616", "0x10000000000000000"})
-        EXPECT_EQ(refusal(text, number), "expected a number, found \"" + std::string(text) + "\"");
+        EXPECT_EQ(refusal(text, number), fmt::format("expected a number, found \"{}\"", text));
 }
 
 TEST(CharRange, TakesReals) {
@@ -94,7 +95,7 @@ TEST(CharRange, TakesReals) {
 TEST(CharRange, RefusesWhatIsNoReal) {
     auto const real = [](CharRange& text) { text.takeReal<double>(); };
     for (char const* text : {"", "x", "nan", "1e999"})
-        EXPECT_EQ(refusal(text, real), "expected a number, found \"" + std::string(text) + "\"");
+        EXPECT_EQ(refusal(text, real), fmt::format("expected a number, found \"{}\"", text));
     EXPECT_EQ(refusal("1e39", [](CharRange& text) { text.takeReal<float>(); }),
               "expected a number, found \"1e39\"");
 }

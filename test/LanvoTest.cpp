@@ -1,3 +1,5 @@
+#include <array>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 #include <string>
@@ -60,7 +62,7 @@ TEST(IpAddr, RefusesOtherTexts) {
     for (char const* text : {"", "10", "10.0.0", "10.0.0.", ".0.0.1", "10..0.1", "256.0.0.1", "10.0.0.1000",
                              "10.0.0.-1", "10.0.0.+1", "10.0.0.0x1", "a.b.c.d", "10,0,0,1", " 10.0.0.1",
                              "10.0.0.1x", "10.0.0.01", "00.0.0.1"})
-        EXPECT_EQ(refusal<IpAddr>(text), "\"" + std::string(text) + "\" is no IPv4 address");
+        EXPECT_EQ(refusal<IpAddr>(text), fmt::format("\"{}\" is no IPv4 address", text));
     EXPECT_EQ(refusal<IpAddr>("10.0.0.1.2"), "expected the end, found \".2\"");
 }
 
@@ -183,7 +185,7 @@ TEST(EthAddr, RefusesOtherTexts) {
     for (char const* text :
          {"", "00:1c:73:00:ab", "00:1c:73:00:ab:", "00:1c:73:00:ab:100", "00:1c:73:00:ab:fg",
           "00-1c-73-00-ab-ff", "001c.7300.abff", "00:1c:73::ab:ff", "00:1c:73:00:ab:-1"})
-        EXPECT_EQ(refusal<EthAddr>(text), "\"" + std::string(text) + "\" is no Ethernet address");
+        EXPECT_EQ(refusal<EthAddr>(text), fmt::format("\"{}\" is no Ethernet address", text));
 }
 
 RC_GTEST_PROP(EthAddr, IsOrderedByItsBytesAndReadBackFromItsText, ()) {

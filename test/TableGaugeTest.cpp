@@ -15,7 +15,7 @@ TableKey const aclKey("ACL", "Pipe0", "aclHash0");
 /** A counter of a key that does not matter, and what its observer hears. */
 class Watched {
 public:
-    explicit Watched(U32 capacity) : counter_(Belmo::make<Counter>(aclKey, 0, capacity)) {
+    explicit Watched(U32 capacity) : counter_(Belmo::make<Counter>(aclKey, U32{0}, capacity)) {
         counter_->nearlyFullObserverIs([this](Counter const& counter) {
             heard_.push_back({counter.used(), counter.nearlyFull()});
         });
