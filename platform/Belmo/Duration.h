@@ -3,6 +3,9 @@
 #include <compare>
 #include <limits>
 
+#include "Belmo/Types.h"
+#include "Sorn/Hash.h"
+
 namespace Belmo {
 
 /** Seconds as a double. Plus infinity stands for never. */
@@ -17,6 +20,7 @@ public:
 
     friend constexpr bool operator==(Duration, Duration) = default;
     friend constexpr auto operator<=>(Duration, Duration) = default;
+    constexpr U32 hash(U32 seed) const { return Sorn::hashOf(seconds_, seed); }
 
 private:
     double seconds_ = 0;

@@ -9,20 +9,37 @@ namespace Belmo {
 struct Subscription::Registration {
     std::string attribute;  // empty: every attribute
     Observer observer;
-    bool active = true;
+    bool active = true;  // false once dropped, though a walk may still hold it
 };
 
 Subscription::Subscription(std::shared_ptr<Registration> registration)
     : registration_(std::move(registration)) {}
 
+Subscription::Subscription(Subscription&& other) noexcept = default;
+
 Subscription& Subscription::operator=(Subscription&& other) noexcept {
-    std::swap(registration_, other.registration_);
+    Subscription(std::move(other)).registration_.swap(registration_);
     return *this;
 }
 
 Subscription::~Subscription() {
     if (registration_) registration_->active = false;
 }
+
+/** One change being told. While a walk is on, registrations keep their places; the last one out tidies up. */
+class Publisher::Walk {
+public:
+    explicit Walk(Publisher& publisher) : publisher_(publisher) { ++publisher_.walks_; }
+    ~Walk() {
+        --publisher_.walks_;
+        publisher_.prune();
+    }
+    Walk(Walk const&) = delete;
+    Walk& operator=(Walk const&) = delete;
+
+private:
+    Publisher& publisher_;
+};
 
 Publisher::Publisher() = default;
 Publisher::~Publisher() = default;
@@ -36,29 +53,29 @@ Subscription Publisher::observeAll(Observer observer) {
 }
 
 Subscription Publisher::registered(std::string_view attribute, Observer observer) {
+    prune();
     auto registration = std::make_shared<Subscription::Registration>();
     registration->attribute = attribute;
     registration->observer = std::move(observer);
     registrations_.push_back(registration);
-    return Subscription(registration);
+    return Subscription(std::move(registration));
 }
 
 void Publisher::notify(Change const& change) {
-    // Observers may register, drop others or cause further changes while they run: walk by index, hold
-    // each one, and prune only when the outermost walk is over.
-    ++walks_;
-    bool dropped = false;
-    for (std::size_t i = 0; i < registrations_.size(); ++i) {
-        auto const registration = registrations_[i];
-        if (!registration->active) {
-            dropped = true;
-        } else if (registration->attribute.empty() || registration->attribute == change.attribute) {
+    Walk const walk(*this);
+    auto const known = registrations_.size();
+    for (std::size_t i = 0; i < known; ++i) {
+        auto const registration = registrations_[i].lock();
+        if (!registration || !registration->active) continue;
+        if (registration->attribute.empty() || registration->attribute == change.attribute) {
             registration->observer(change);
         }
     }
-    if (--walks_ == 0 && dropped) {
-        std::erase_if(registrations_, [](auto const& registration) { return !registration->active; });
-    }
+}
+
+void Publisher::prune() {
+    if (walks_ != 0) return;
+    std::erase_if(registrations_, [](auto const& registration) { return registration.expired(); });
 }
 
 }  // namespace Belmo

@@ -36,11 +36,14 @@ struct Change {
 
 using Observer = std::function<void(Change const&)>;
 
-/** Keeps an observer registered; dropping it ends the observation, also from within the observer. */
+/**
+ * Keeps an observer registered. Dropping or overwriting it ends the observation at once, also from within
+ * an observer, and frees the observer with all that it holds. It may outlive its publisher.
+ */
 class BELMO_EXPORT Subscription {
 public:
     Subscription() = default;
-    Subscription(Subscription&&) noexcept = default;
+    Subscription(Subscription&& other) noexcept;
     Subscription& operator=(Subscription&& other) noexcept;
     ~Subscription();
 
@@ -53,7 +56,10 @@ private:
 
 /**
  * Tells observers of a node about changes of its attributes, on the caller's thread, in order of
- * registration. Publishing without observers costs one comparison.
+ * registration. Observers may register and drop observers, publish further changes, and throw: a failure
+ * reaches the caller that published, and later observers are not told of that change. An observer that is
+ * registered while a change is told hears of the next one. Publishing without observers costs one
+ * comparison. The publisher must outlive the call.
  */
 class BELMO_EXPORT Publisher {
 public:
@@ -74,10 +80,12 @@ public:
     }
 
 private:
+    class Walk;
     void notify(Change const& change);
     Subscription registered(std::string_view attribute, Observer observer);
+    void prune();
 
-    std::vector<std::shared_ptr<Subscription::Registration>> registrations_;
+    std::vector<std::weak_ptr<Subscription::Registration>> registrations_;
     int walks_ = 0;
 };
 

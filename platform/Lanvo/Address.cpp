@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstddef>
+#include <string_view>
 
 #include "Belmo/Exceptions.h"
 #include "Sorn/Format.h"
@@ -10,17 +11,21 @@ namespace Lanvo {
 
 namespace {
 
-/** Reads `bytes.size()` numbers below 256 with `separator` between them. */
+bool readByte(std::string_view digits, int base, U8& byte) {
+    if (base == 10 && digits.size() > 1 && digits.front() == '0') return false;
+    auto const* const last = digits.data() + digits.size();
+    auto const [end, error] = std::from_chars(digits.data(), last, byte, base);
+    return error == std::errc() && end == last;
+}
+
+/** Reads `size` numbers below 256 with `separator` between them. */
 template <std::size_t size>
 std::array<U8, size> takeBytes(Sorn::CharRange& range, char const* separator, int base, char const* what) {
     std::array<U8, size> bytes{};
     auto const whole = range.rest().substr(0, 40);
     for (std::size_t i = 0; i < size; ++i) {
         bool const separated = i == 0 || range.take(separator);
-        auto const digits = range.takeUntil(".:/,(){}= ");
-        auto const [end, error] =
-            std::from_chars(digits.data(), digits.data() + digits.size(), bytes[i], base);
-        if (!separated || error != std::errc() || end != digits.data() + digits.size()) {
+        if (!separated || !readByte(range.takeUntil(".:/,(){}= "), base, bytes[i])) {
             throw Belmo::DeserializationException(
                 Sorn::_fmt("\"%.*s\" is no %s", static_cast<int>(whole.size()), whole.data(), what));
         }
@@ -55,6 +60,7 @@ Prefix Prefix::fromText(Sorn::CharRange& range) {
     auto const address = IpAddr::fromText(range);
     range.expect("/");
     auto const length = range.takeNumber();
+    // 255 would make a null prefix, which has a text of its own.
     return {address, static_cast<U8>(length > 32 ? U64{33} : length)};
 }
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <compare>
 
+#include "Belmo/Assert.h"
 #include "Belmo/Export.h"
 #include "Belmo/Types.h"
 #include "Sorn/CharRange.h"
@@ -11,7 +12,7 @@
 /** Network value types. Addresses are held in network order, as they stand in a packet. */
 namespace Lanvo {
 
-/** IPv4 address. Text form "10.0.0.1". */
+/** IPv4 address. Text form "10.0.0.1"; zeros in front are refused, for some programs read them as octal. */
 class BELMO_EXPORT IpAddr {
 public:
     constexpr IpAddr() = default;
@@ -60,8 +61,12 @@ public:
     constexpr IpAddr const& address() const { return address_; }
     constexpr U8 len() const { return length_; }
     constexpr bool isNull() const { return length_ == nullLength; }
-    /** The bits that a prefix of this length compares, in host order. */
-    static constexpr U32 mask(U8 length) { return length == 0 ? 0 : ~U32{0} << (32 - length); }
+    /** The bits that a prefix of this length, 0 to 32, compares, in host order. */
+    static constexpr U32 mask(U8 length) {
+        BELMO_ASSERT(length <= 32);
+        return length == 0 ? 0 : ~U32{0} << (32 - length);
+    }
+    /** Whether the length is at most 32 and no bit beyond it is set; or the null prefix, of address 0. */
     static constexpr bool validAsPrefix(IpAddr address, U8 length) {
         return length == nullLength ? address == IpAddr()
                                     : length <= 32 && (address.hostOrder() & ~mask(length)) == 0;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <bit>
 #include <compare>
 
 #include "Belmo/Assert.h"

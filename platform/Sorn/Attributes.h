@@ -1,9 +1,6 @@
 #pragma once
 
-#include <bit>
 #include <concepts>
-#include <cstddef>
-#include <map>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
@@ -39,12 +36,11 @@ constexpr void forEachAttribute(Object& object, Visit&& visit) {
                std::remove_const_t<Object>::attributes());
 }
 
+/** Adds a value of any attribute type to a hash; texts and maps with their size, so that none runs on. */
 template <class T>
 constexpr void hashInto(HashMixer& mixer, T const& value) {
-    if constexpr (std::is_floating_point_v<T>) {
-        mixer.add(std::bit_cast<U64>(static_cast<double>(value)));
-    } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
-        mixer.add(static_cast<U64>(value));
+    if constexpr (std::is_arithmetic_v<T> || std::is_enum_v<T>) {
+        mixer.add(hashNumber(value));
     } else if constexpr (SeededHash<T>) {
         mixer.add(value.hash(0));
     } else if constexpr (std::convertible_to<T, std::string_view>) {
@@ -60,6 +56,7 @@ constexpr void hashInto(HashMixer& mixer, T const& value) {
     }
 }
 
+/** The hash of all attributes, in declared order. */
 template <class Object>
 U32 hashAttributes(Object const& object, U32 seed) {
     HashMixer mixer(seed);

@@ -1,6 +1,8 @@
 #include "Sorn/CharRange.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstddef>
 
 #include "Belmo/Exceptions.h"
@@ -52,12 +54,16 @@ U64 CharRange::takeNumber() {
     return value;
 }
 
-double CharRange::takeReal() {
-    double value = 0;
+template <std::floating_point Real>
+Real CharRange::takeReal() {
+    Real value = 0;
     auto const [end, error] = std::from_chars(rest_.data(), rest_.data() + rest_.size(), value);
-    if (error != std::errc()) refuse("a number", rest_);
+    if (error != std::errc() || std::isnan(value)) refuse("a number", rest_);
     rest_.remove_prefix(static_cast<std::size_t>(end - rest_.data()));
     return value;
 }
+
+template BELMO_EXPORT float CharRange::takeReal<float>();
+template BELMO_EXPORT double CharRange::takeReal<double>();
 
 }  // namespace Sorn

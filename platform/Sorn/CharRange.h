@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <string_view>
 
 #include "Belmo/Export.h"
@@ -25,8 +26,12 @@ public:
     std::string_view takeUntil(std::string_view stops);
     /** Takes an unsigned number, decimal or "0x..."; throws `Belmo::DeserializationException`. */
     U64 takeNumber();
-    /** Takes a floating-point number, "inf" included; throws `Belmo::DeserializationException`. */
-    double takeReal();
+    /**
+     * Takes a `float` or a `double`, "inf" included, rounded once to its type; throws
+     * `Belmo::DeserializationException`, also for a number beyond the type.
+     */
+    template <std::floating_point Real>
+    Real takeReal();
 
 private:
     std::string_view rest_;

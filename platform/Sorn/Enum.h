@@ -47,7 +47,7 @@ constexpr std::string_view enumName(Enum value) {
     enum class Enum : Representation {                                                             \
         BOOST_PP_SEQ_FOR_EACH(SORN_ENUM_VALUE, Enum, BOOST_PP_VARIADIC_TO_SEQ(__VA_ARGS__))        \
     };                                                                                             \
-    constexpr auto enumerators(Enum) {                                                             \
+    [[maybe_unused]] constexpr auto enumerators(Enum) {                                            \
         return std::to_array<::Sorn::Enumerator<Enum>>(                                            \
             {BOOST_PP_SEQ_FOR_EACH(SORN_ENUM_NAME, Enum, BOOST_PP_VARIADIC_TO_SEQ(__VA_ARGS__))}); \
     }                                                                                              \

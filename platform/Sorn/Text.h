@@ -108,10 +108,11 @@ T parseNumber(CharRange& range) {
 
 template <DescribedEnum T>
 T parseEnum(CharRange& range) {
+    auto ahead = range;
+    // The whole word must be the name: "access" is not the start of "accessory".
+    auto const word = ahead.takeUntil(",:(){} ");
     for (auto const& enumerator : enumerators(T{})) {
-        auto ahead = range;
-        // A name must end where it is taken to end: "access" is not the start of "accessory".
-        if (ahead.takeUntil(",:(){} ") == enumerator.name) {
+        if (enumerator.name == word) {
             range = ahead;
             return enumerator.value;
         }
@@ -139,7 +140,7 @@ T parse(CharRange& range) {
     } else if constexpr (DescribedEnum<T>) {
         return parseEnum<T>(range);
     } else if constexpr (std::same_as<T, Belmo::Duration>) {
-        return Belmo::Duration(range.takeReal());
+        return Belmo::Duration(range.takeReal<double>());
     } else if constexpr (std::same_as<T, bool>) {
         if (range.take("true")) return true;
         range.expect("false");
@@ -150,7 +151,7 @@ T parse(CharRange& range) {
         range.expect("\"");
         return T(value);
     } else if constexpr (std::floating_point<T>) {
-        return static_cast<T>(range.takeReal());
+        return range.takeReal<T>();
     } else {
         return parseNumber<T>(range);
     }

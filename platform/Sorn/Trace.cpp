@@ -23,7 +23,7 @@ TraceSink& sinkInUse() {
 void toStandardError(TraceRecord const& record) {
     static auto const logger = [] {
         auto made =
-            std::make_shared<spdlog::logger>("trace", std::make_shared<spdlog::sinks::stderr_sink_st>());
+            std::make_shared<spdlog::logger>("trace", std::make_shared<spdlog::sinks::stderr_sink_mt>());
         made->set_pattern("%H:%M:%S.%f %v");
         return made;
     }();

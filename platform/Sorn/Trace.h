@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <fmt/format.h>
 #include <functional>
 #include <string_view>
@@ -22,7 +23,8 @@ using TraceSink = std::function<void(TraceRecord const&)>;
 /**
  * The trace of one source unit, by the unit's name. A handle passes records of levels up to its own;
  * level 0 is off, which is how every handle starts. Levels in use: 3 sizes, 6 what is programmed, 7 what is
- * decoded, 8 calls, 9 row walks. A disabled record costs one comparison and formats nothing.
+ * decoded, 8 calls, 9 row walks. A disabled record costs one comparison and formats nothing. Threads may
+ * share a handle; the sink and the set of handles are settled before the first of them starts.
  */
 class BELMO_EXPORT TraceHandle {
 public:
@@ -32,14 +34,15 @@ public:
     TraceHandle& operator=(TraceHandle const&) = delete;
 
     std::string_view name() const { return name_; }
-    int level() const { return level_; }
-    void levelIs(int level) { level_ = level; }
-    bool enabled(int level) const { return level <= level_; }
+    int level() const { return level_.load(std::memory_order_relaxed); }
+    void levelIs(int level) { level_.store(level, std::memory_order_relaxed); }
+    bool enabled(int level) const { return level <= this->level(); }
+    /** Passes a record on, whatever its level. */
     void emit(int level, std::string_view text) const;
 
 private:
     char const* name_;
-    int level_ = 0;
+    std::atomic<int> level_{0};
 };
 
 /** All handles of the process, for tools that set levels by name. */

@@ -29,13 +29,13 @@
 #define SORN_DECLARE_MEMBER(r, Type, attribute) \
     SORN_ATTRIBUTE_TYPE(attribute) SORN_ATTRIBUTE_MEMBER(attribute) = SORN_ATTRIBUTE_DEFAULT(attribute);
 
-#define SORN_DECLARE_ACCESSORS(r, Type, attribute)                                                           \
-    constexpr ::Sorn::ReadType<SORN_ATTRIBUTE_TYPE(attribute)> SORN_ATTRIBUTE_NAME(attribute)() const {      \
-        return SORN_ATTRIBUTE_MEMBER(attribute);                                                             \
-    }                                                                                                        \
-    constexpr Type& BOOST_PP_CAT(SORN_ATTRIBUTE_NAME(attribute), Is)(SORN_ATTRIBUTE_TYPE(attribute) value) { \
-        SORN_ATTRIBUTE_MEMBER(attribute) = std::move(value);                                                 \
-        return *this;                                                                                        \
+#define SORN_DECLARE_ACCESSORS(r, Type, attribute)                                                 \
+    ::Sorn::ReadType<SORN_ATTRIBUTE_TYPE(attribute)> SORN_ATTRIBUTE_NAME(attribute)() const {      \
+        return SORN_ATTRIBUTE_MEMBER(attribute);                                                   \
+    }                                                                                              \
+    Type& BOOST_PP_CAT(SORN_ATTRIBUTE_NAME(attribute), Is)(SORN_ATTRIBUTE_TYPE(attribute) value) { \
+        SORN_ATTRIBUTE_MEMBER(attribute) = std::move(value);                                       \
+        return *this;                                                                              \
     }
 
 #define SORN_DESCRIBE(r, Type, i, attribute)                                                        \

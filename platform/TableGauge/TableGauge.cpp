@@ -1,15 +1,25 @@
 #include "TableGauge/TableGauge.h"
 
+#include <algorithm>
+
 #include "Belmo/Assert.h"
 
 namespace TableGauge {
+
+namespace {
+
+U32 percentOf(U32 capacity, U32 percent) {
+    return static_cast<U32>(U64{capacity} * percent / 100);
+}
+
+}  // namespace
 
 Counter::Counter(TableKey key, CapacityTableIndex index, U32 capacity)
     : key_(std::move(key)),
       index_(index),
       capacity_(capacity),
-      high_(static_cast<U32>(U64{capacity} * 95 / 100)),
-      low_(static_cast<U32>(U64{capacity} * 90 / 100)) {}
+      high_(std::max(percentOf(capacity, 95), U32{1})),
+      low_(std::min(percentOf(capacity, 90), high_ - 1)) {}
 
 void Counter::usedIs(U32 used) {
     BELMO_ASSERT(used <= capacity_);
@@ -18,14 +28,14 @@ void Counter::usedIs(U32 used) {
 }
 
 void Counter::thresholdsAre(U32 high, U32 low) {
-    BELMO_ASSERT(low <= high);
+    BELMO_ASSERT(low < high);
     high_ = high;
     low_ = low;
     mark();
 }
 
 void Counter::mark() {
-    bool const marked = nearlyFull_ ? used_ > low_ : used_ >= high_ && used_ > 0;
+    bool const marked = nearlyFull_ ? used_ > low_ : used_ >= high_;
     if (marked == nearlyFull_) return;
     nearlyFull_ = marked;
     if (observer_) observer_(*this);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <utility>
 #include <vector>
 
@@ -46,7 +45,10 @@ public:
 
     /** Sets the rows in use; at most the capacity. */
     void usedIs(U32 used);
-    /** Thresholds in rows, low below high; the default is 95 and 90 percent of the capacity. */
+    /**
+     * Thresholds in rows, low below high. The default is 95 and 90 percent of the capacity; in a table too
+     * small to tell them apart the low one is a row below the high one.
+     */
     void thresholdsAre(U32 high, U32 low);
     /** Called whenever `nearlyFull` changes. */
     void nearlyFullObserverIs(NearlyFullObserver observer) { observer_ = std::move(observer); }
