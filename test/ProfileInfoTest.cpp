@@ -1,4 +1,6 @@
+#include <array>
 #include <gtest/gtest.h>
+#include <map>
 #include <string>
 #include <vector>
 

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <string>

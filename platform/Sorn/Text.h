@@ -28,9 +28,9 @@ namespace Sorn {
 namespace Detail {
 
 template <class T>
-constexpr bool isMap = false;
+inline constexpr bool isMap = false;
 template <class Key, class Value>
-constexpr bool isMap<std::map<Key, Value>> = true;
+inline constexpr bool isMap<std::map<Key, Value>> = true;
 
 }  // namespace Detail
 
