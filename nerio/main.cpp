@@ -9,6 +9,13 @@ int main(int argc, char** argv) {
     CLI::App app("Drives the tables of a simulated switch.", "nerio");
     app.require_subcommand(1);
     app.set_version_flag("--version", NERIO_VERSION);
+    app.failure_message([](CLI::App const* command, CLI::Error const& error) {
+        // A word that is no subcommand is what is wrong, not that a subcommand is missing.
+        auto const unknown = command->remaining();
+        return unknown.empty() || error.get_name() != "RequiredError"
+                   ? fmt::format("nerio: {}; nerio --help says more\n", error.what())
+                   : fmt::format("nerio: unknown subcommand {}; nerio --help says more\n", unknown.front());
+    });
     int status = Nerio::done;
     Nerio::addRun(app, status);
     Nerio::addScript(app, status);
