@@ -151,8 +151,7 @@ void printReport(StateFile const& file, Json const& cold, Json const& warm) {
     auto const missing = sumOf(cold, "entries") - sumOf(warm, "entries");
     if (missing != 0 && missing == sumOf(warm, "defaultEntries")) {
         fmt::print(
-            "\n{} entries equal the default, leave no trace in hardware, and were not adopted but set "
-            "again\n",
+            "\n{} entries equal the default, leave no trace in hardware, and were set again, not adopted\n",
             missing);
     }
 }

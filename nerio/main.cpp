@@ -10,11 +10,14 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", NERIO_VERSION);
     app.failure_message([](CLI::App const* command, CLI::Error const& error) {
+        std::string text = error.what();
         // A word that is no subcommand is what is wrong, not that a subcommand is missing.
-        auto const unknown = command->remaining();
-        return unknown.empty() || error.get_name() != "RequiredError"
-                   ? fmt::format("nerio: {}; nerio --help says more\n", error.what())
-                   : fmt::format("nerio: unknown subcommand {}; nerio --help says more\n", unknown.front());
+        if (auto const unknown = command->remaining();
+            error.get_name() == "RequiredError" && !unknown.empty()) {
+            text = fmt::format("unknown {} {}", unknown.front().starts_with('-') ? "option" : "subcommand",
+                               unknown.front());
+        }
+        return fmt::format("nerio: {}; nerio --help says more\n", text);
     });
     int status = Nerio::done;
     Nerio::addRun(app, status);
