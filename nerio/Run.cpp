@@ -220,7 +220,7 @@ int runSwitch(Options const& options) {
     }
     printReport(file, cold, warm);
     if (differences != 0) {
-        fmt::print("\n{} rows do not agree\n", differences);
+        fmt::print("\n{} differences between software, shadow and chip\n", differences);
         return jobFailed;
     }
     fmt::print(

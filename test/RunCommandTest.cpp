@@ -119,7 +119,7 @@ TEST_F(RunCommandTest, NamesEachRowThatDoesNotAgree) {
               "word 0: the shadow holds 0x00000000, the chip 0x00000001\n"
               "nerio run: after the warm restart: hardware table a/demo/PortConfig/0 row 1: "
               "word 0: the shadow holds 0x00000000, the chip 0x00000001\n");
-    EXPECT_THAT(result.output, testing::EndsWith("\n2 rows do not agree\n"));
+    EXPECT_THAT(result.output, testing::EndsWith("\n2 differences between software, shadow and chip\n"));
     auto const report = runCommand({"run", file, "--json"});
     EXPECT_EQ(report.status, 1);
     EXPECT_EQ(Json::parse(report.output)["differences"], 2);
