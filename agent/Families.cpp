@@ -43,7 +43,8 @@ TableSpec tableSpecFromJson(Json const& json, Place const& place,
     spec.family = requiredString(json, "family", place);
     auto const* known = family(spec.family);
     if (known == nullptr) {
-        throw JsonException(place.member("family"), fmt::format("unknown family \"{}\"", spec.family));
+        throw JsonException(place.member("family"),
+                            fmt::format("family: unknown family {}", shown(spec.family)));
     }
     spec.name = requiredString(json, "name", place);
     for (auto const& [name, value] : json.items()) {
@@ -52,7 +53,7 @@ TableSpec tableSpecFromJson(Json const& json, Place const& place,
         };
         if (name == "family" || name == "name" || isOneOf(extra)) continue;
         if (!isOneOf(allNumbers)) {
-            throw JsonException(place.member(name), fmt::format("unknown member \"{}\"", name));
+            throw JsonException(place.member(name), fmt::format("unknown member {}", shown(name)));
         }
         auto const number = fromJson<U64>(value, place.member(name));
         if (isOneOf(known->numbers)) spec.numbers[name] = number;

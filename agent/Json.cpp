@@ -1,6 +1,7 @@
 #include "agent/Json.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <fmt/format.h>
 
 #include "Sorn/CharRange.h"
@@ -9,14 +10,70 @@ namespace Agent {
 
 namespace {
 
-void expectObject(Json const& json, Place const& place) {
-    if (!json.is_object()) {
-        throw JsonException(place,
-                            fmt::format("{}: expected an object, found {}", place.name(), json.dump()));
-    }
+/** What the parser found, without its own names for where it was: "unexpected ']'; expected ..." */
+Belmo::String syntaxReason(std::string_view message) {
+    if (auto const begin = message.find(" - "); begin != message.npos) message.remove_prefix(begin + 3);
+    // What the parser read last can be as long as the text.
+    return Belmo::String(message.substr(0, message.find("; last read: '")));
+}
+
+Belmo::String shortened(Belmo::String const& text) {
+    constexpr std::size_t longest = 40;
+    if (text.size() <= longest) return text;
+    auto end = longest;
+    while ((static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;  // not in the middle of a character
+    return text.substr(0, end) + "...";
 }
 
 }  // namespace
+
+Belmo::String Place::text() const {
+    if (parent_ == nullptr) return {};
+    auto text = parent_->text() + "/";
+    for (char const character : name_) {
+        if (character == '~') {
+            text += "~0";
+        } else if (character == '/') {
+            text += "~1";
+        } else {
+            text += character;
+        }
+    }
+    return text;
+}
+
+Json parseJson(std::string_view text, std::size_t firstLine) {
+    try {
+        return Json::parse(text);
+    } catch (Json::parse_error const& error) {
+        auto const end = std::min(error.byte == 0 ? 0 : error.byte - 1, text.size());
+        auto const before = text.substr(0, end);
+        auto const line = firstLine + static_cast<std::size_t>(std::ranges::count(before, '\n'));
+        auto const column = before.size() - (before.rfind('\n') + 1) + 1;
+        throw JsonException(Place(), fmt::format("line {}, column {}: not JSON: {}", line, column,
+                                                 syntaxReason(error.what())));
+    } catch (Json::out_of_range const& error) {
+        // A number that no double holds; the parser keeps its place to itself, but quotes it.
+        std::string_view number = error.what();
+        number = number.substr(std::min(number.find('\''), number.size()));
+        throw JsonException(Place(),
+                            fmt::format("line {}: not JSON: number too large: {}", firstLine, number));
+    }
+}
+
+Belmo::String shown(Json const& json) {
+    if (json.is_object()) return "an object";
+    if (json.is_array()) return "an array";
+    if (json.is_string()) return Json(shortened(json.get_ref<Belmo::String const&>())).dump();
+    return json.dump();
+}
+
+void refuseKind(Json const& json, char const* expected, Place const& place) {
+    auto const* separator = place.name().empty() ? "" : ": ";
+    throw JsonException(
+        place, fmt::format("{}{}expected {}, found {}", place.name(), separator, expected, shown(json)));
+}
 
 Json const* optionalMember(Json const& object, std::string_view name) {
     auto const found = object.find(name);
@@ -24,47 +81,44 @@ Json const* optionalMember(Json const& object, std::string_view name) {
 }
 
 Json const& requiredMember(Json const& object, std::string_view name, Place const& place) {
-    expectObject(object, place);
+    if (!object.is_object()) refuseKind(object, "an object", place);
     auto const* member = optionalMember(object, name);
     if (member == nullptr) throw JsonException(place, fmt::format("\"{}\" is missing", name));
     return *member;
 }
 
 void membersAre(Json const& object, std::initializer_list<std::string_view> known, Place const& place) {
-    expectObject(object, place);
+    if (!object.is_object()) refuseKind(object, "an object", place);
     for (auto const& [name, value] : object.items()) {
         if (std::find(known.begin(), known.end(), name) == known.end()) {
-            throw JsonException(place.member(name), fmt::format("unknown member \"{}\"", name));
+            throw JsonException(place.member(name), fmt::format("unknown member {}", shown(name)));
         }
     }
 }
 
 Belmo::String const& requiredString(Json const& object, std::string_view name, Place const& place) {
     auto const& member = requiredMember(object, name, place);
-    if (!member.is_string()) {
-        throw JsonException(place.member(name),
-                            fmt::format("{}: expected a text, found {}", name, member.dump()));
-    }
+    if (!member.is_string()) refuseKind(member, "a text", place.member(name));
     return member.get_ref<Belmo::String const&>();
 }
 
 U64 numberFromJson(Json const& json, U64 max, Place const& place) {
     U64 value = 0;
-    if (json.is_number_unsigned()) {
+    if (json.is_number_integer() && (json.is_number_unsigned() || json.get<std::int64_t>() >= 0)) {
         value = json.get<U64>();
     } else if (json.is_number_integer()) {
         throw JsonException(
             place, Belmo::RangeException(fmt::format("{} {} < 0 not allowed", place.name(), json.dump())));
-    } else if (json.is_string()) {
+    } else if (json.is_string() && json.get_ref<Belmo::String const&>().starts_with("0x")) {
         Sorn::CharRange range(json.get_ref<Belmo::String const&>());
         try {
             value = range.takeNumber();
             range.expectEnd();
         } catch (Belmo::DeserializationException const&) {
-            throw JsonException(place, fmt::format("{}: {} is no number", place.name(), json.dump()));
+            refuseKind(json, "an integer of at most 64 bits", place);
         }
     } else {
-        throw JsonException(place, fmt::format("{}: expected a number, found {}", place.name(), json.dump()));
+        refuseKind(json, "an integer of at most 64 bits", place);
     }
     if (value > max) {
         throw JsonException(

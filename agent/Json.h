@@ -20,10 +20,10 @@ public:
     Place member(std::string_view name) const { return Place(this, Belmo::String(name)); }
     Place element(std::size_t index) const { return Place(this, std::to_string(index)); }
 
+    /** The value's own name; empty for the whole text. */
     Belmo::String const& name() const { return name_; }
-    Belmo::String text() const {
-        return parent_ == nullptr ? Belmo::String() : parent_->text() + "/" + name_;
-    }
+    /** The way there as a JSON pointer of RFC 6901; empty for the whole text. */
+    Belmo::String text() const;
 
 private:
     Place(Place const* parent, Belmo::String name) : parent_(parent), name_(std::move(name)) {}
@@ -51,6 +51,17 @@ private:
     char const* typeName_ = "ScriptError";
 };
 
+/**
+ * Reads a JSON text whose first line has that number. A text that is none throws `JsonException`, whose text
+ * says "line 3, column 5: not JSON: ...", with lines and columns from 1.
+ */
+Json parseJson(std::string_view text, std::size_t firstLine = 1);
+
+/** A value as messages show it: a short text or number as it stands, anything longer by what it is. */
+Belmo::String shown(Json const& json);
+/** Throws "NAME: expected WHAT, found ...". */
+[[noreturn]] void refuseKind(Json const& json, char const* expected, Place const& place);
+
 /** The member of an object; throws if `object` is none or lacks it. */
 Json const& requiredMember(Json const& object, std::string_view name, Place const& place);
 /** The member of an object, or null if it is left out. */
@@ -59,7 +70,7 @@ Json const* optionalMember(Json const& object, std::string_view name);
 void membersAre(Json const& object, std::initializer_list<std::string_view> known, Place const& place);
 Belmo::String const& requiredString(Json const& object, std::string_view name, Place const& place);
 
-/** An unsigned number of at most `max`: an integer, or a string "0x..." or of digits. */
+/** An unsigned number of at most `max`: an integer, or a text "0x...". */
 U64 numberFromJson(Json const& json, U64 max, Place const& place);
 
 }  // namespace Agent

@@ -37,6 +37,8 @@ public:
     /** Keys and results, in key order. */
     virtual std::vector<std::pair<Json, Json>> entries() const = 0;
     virtual std::size_t entryCount() const = 0;
+    /** How many entries equal the default result, which leaves no trace in hardware. */
+    virtual std::size_t defaultEntryCount() const = 0;
     /** Keys marked as disagreeing with hardware, in key order. */
     virtual std::vector<Json> inconsistent() const = 0;
     virtual Belmo::String keyText(Json const& key, Place const& place) const = 0;
@@ -87,7 +89,11 @@ public:
     void entryIs(Json const& key, Json const& result, Place const& place) override {
         auto const typedKey = fromJson<Key>(key, place.member("key"));
         auto const typedResult = fromJson<Result>(result, place.member("result"));
-        Detail::placed(place.member("key"), [&] { table_->entryIs(typedKey, typedResult); });
+        try {
+            table_->entryIs(typedKey, typedResult);
+        } catch (Belmo::Exception const& failure) {
+            throw JsonException(place.member("key"), failure);
+        }
     }
 
     Json entryDel(Json const& key, Place const& place) override {
@@ -110,6 +116,12 @@ public:
     }
 
     std::size_t entryCount() const override { return table_->entries().size(); }
+    std::size_t defaultEntryCount() const override {
+        std::size_t count = 0;
+        for (auto const& [key, result] : table_->entries())
+            count += result == Result() ? 1 : 0;
+        return count;
+    }
 
     std::vector<Json> inconsistent() const override {
         std::vector<Json> all;

@@ -1,6 +1,7 @@
 #include "agent/ProfileJson.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <functional>
 #include <vector>
 
@@ -31,21 +32,47 @@ ProfileAttribute attribute(char const* name, Value ProfileInfo::*member) {
             [member](ProfileInfo const& profile) { return toJson(profile.*member); }};
 }
 
+/** Reads the member of an object if it is there. */
+template <class Value>
+void readMember(Json const& object, char const* name, Value& value, Place const& place) {
+    if (auto const* member = optionalMember(object, name))
+        value = fromJson<Value>(*member, place.member(name));
+}
+
+/** Ports of a chip, between what a table needs at least and what a chip's map of registers is made for. */
+void readNumPorts(ProfileInfo& profile, Json const& json, Place const& place) {
+    constexpr U16 most = 1024;
+    auto const number = fromJson<U16>(json, place);
+    if (number == 0) throw JsonException(place, Belmo::RangeException("numPorts 0 < 1 not allowed"));
+    if (number > most) {
+        throw JsonException(place,
+                            Belmo::RangeException(fmt::format("numPorts {} > {} not allowed", number, most)));
+    }
+    profile.numPorts = number;
+}
+
+PipeRangeInfo pipeFromJson(Json const& json, Place const& place) {
+    membersAre(json, {"pipeId", "firstPort", "lastPort"}, place);
+    PipeRangeInfo pipe;
+    readMember(json, "pipeId", pipe.pipeId, place);
+    readMember(json, "firstPort", pipe.firstPort, place);
+    readMember(json, "lastPort", pipe.lastPort, place);
+    if (pipe.firstPort > pipe.lastPort) {
+        throw JsonException(place.member("lastPort"), "lastPort: below firstPort");
+    }
+    return pipe;
+}
+
 std::vector<PipeRangeInfo> pipesFromJson(Json const& json, Place const& place) {
+    if (!json.is_array()) refuseKind(json, "an array", place);
     std::vector<PipeRangeInfo> pipes;
-    for (auto const& pipe : fromJson<std::vector<std::map<Belmo::String, U16>>>(json, place)) {
+    for (auto const& element : json) {
         auto const at = place.element(pipes.size());
-        membersAre(json[pipes.size()], {"pipeId", "firstPort", "lastPort"}, at);
-        PipeRangeInfo range;
-        for (auto const& [name, number] : pipe) {
-            (name == "pipeId"      ? range.pipeId
-             : name == "firstPort" ? range.firstPort
-                                   : range.lastPort) = number;
-        }
-        if (range.firstPort > range.lastPort) {
-            throw JsonException(at.member("lastPort"), "lastPort is below firstPort");
-        }
-        pipes.push_back(range);
+        auto const pipe = pipeFromJson(element, at);
+        bool const isTaken = std::any_of(pipes.begin(), pipes.end(),
+                                         [&](auto const& other) { return other.pipeId == pipe.pipeId; });
+        if (isTaken) throw JsonException(at.member("pipeId"), "pipeId: another pipe has this number");
+        pipes.push_back(pipe);
     }
     return pipes;
 }
@@ -67,17 +94,12 @@ constexpr std::pair<char const*, TableLayoutEnum> layoutNames[] = {
 
 void readLayout(TableLayout& layout, Json const& json, Place const& place) {
     membersAre(json, {"tables", "pipelines", "processors", "size", "pipeToTable", "pipeToProcessor"}, place);
-    auto const read = [&](char const* name, auto& value) {
-        if (auto const* member = optionalMember(json, name)) {
-            value = fromJson<std::remove_reference_t<decltype(value)>>(*member, place.member(name));
-        }
-    };
-    read("tables", layout.tables);
-    read("pipelines", layout.pipelines);
-    read("processors", layout.processors);
-    read("size", layout.size);
-    read("pipeToTable", layout.pipeToTable);
-    read("pipeToProcessor", layout.pipeToProcessor);
+    readMember(json, "tables", layout.tables, place);
+    readMember(json, "pipelines", layout.pipelines, place);
+    readMember(json, "processors", layout.processors, place);
+    readMember(json, "size", layout.size, place);
+    readMember(json, "pipeToTable", layout.pipeToTable, place);
+    readMember(json, "pipeToProcessor", layout.pipeToProcessor, place);
 }
 
 /** A layout that is named is changed attribute by attribute; null says that the chip has none. */
@@ -111,7 +133,7 @@ Json layoutsToJson(ProfileInfo const& profile) {
 std::vector<ProfileAttribute> const& profileAttributes() {
     static std::vector<ProfileAttribute> const attributes = {
         attribute("name", &ProfileInfo::name),
-        attribute("numPorts", &ProfileInfo::numPorts),
+        {"numPorts", readNumPorts, [](ProfileInfo const& profile) { return toJson(profile.numPorts); }},
         attribute("hwApi", &ProfileInfo::hwApi),
         attribute("vlanRegVer", &ProfileInfo::vlanRegVer),
         attribute("aclRegVer", &ProfileInfo::aclRegVer),
@@ -144,14 +166,13 @@ std::vector<ProfileAttribute> const& profileAttributes() {
 
 Belmo::Ptr<ProfileInfo> profileFromJson(Json const& json, Place const& place,
                                         std::initializer_list<std::string_view> extra) {
-    auto const* preset = json.is_object() ? optionalMember(json, "preset") : nullptr;
-    auto const presetName = preset == nullptr ? Belmo::String("default")
-                                              : fromJson<Belmo::String>(*preset, place.member("preset"));
-    auto profile = NerioSwitch::profilePreset(presetName);
+    if (!json.is_object()) refuseKind(json, "an object", place);
+    Belmo::String preset = "default";
+    readMember(json, "preset", preset, place);
+    auto profile = NerioSwitch::profilePreset(preset);
     if (!profile) {
-        throw JsonException(place.member("preset"), fmt::format("unknown profile preset \"{}\"", presetName));
+        throw JsonException(place.member("preset"), fmt::format("unknown profile preset {}", shown(preset)));
     }
-    if (!json.is_object()) throw JsonException(place, "the profile is no object");
     auto const& attributes = profileAttributes();
     for (auto const& [name, value] : json.items()) {
         if (name == "preset" || std::find(extra.begin(), extra.end(), name) != extra.end()) continue;
@@ -159,7 +180,7 @@ Belmo::Ptr<ProfileInfo> profileFromJson(Json const& json, Place const& place,
                                         [&](auto const& candidate) { return name == candidate.name; });
         if (known == attributes.end()) {
             throw JsonException(place.member(name),
-                                fmt::format("unknown attribute \"{}\" of the profile", name));
+                                fmt::format("unknown attribute {} of the profile", shown(name)));
         }
         known->read(*profile, value, place.member(name));
     }

@@ -1,55 +1,78 @@
 #include "agent/StateFile.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fmt/format.h>
-#include <fstream>
-#include <iterator>
 #include <set>
 
+#include "NerioSwitch/Indexes.h"
+
 #include "agent/ProfileJson.h"
+#include "agent/TextFile.h"
 
 namespace Agent {
 
 namespace {
 
-/** "FILE: PLACE: TEXT", with the place left out where it is the whole file. */
-[[noreturn]] void refuse(Belmo::String const& path, Belmo::String const& place, Belmo::String const& text) {
-    throw StateFileException(place.empty() ? fmt::format("{}: {}", path, text)
-                                           : fmt::format("{}: {}: {}", path, place, text));
+/** Names in a message are the file's, and may hold anything; what is printed stays one line. */
+Belmo::String oneLine(Belmo::String const& text) {
+    Belmo::String line;
+    for (char const character : text) {
+        if (auto const code = static_cast<unsigned char>(character); code < 0x20 || code == 0x7F) {
+            line += fmt::format("\\x{:02x}", code);
+        } else {
+            line += character;
+        }
+    }
+    return line;
 }
 
-Json parseText(Belmo::String const& text, Belmo::String const& path) {
-    try {
-        return Json::parse(text);
-    } catch (Json::exception const& error) {
-        // "[json.exception.parse_error.101] parse error at line 3, column 5: ...": line and column count
-        // here.
-        Belmo::String message = error.what();
-        auto const start = message.find(" at line ");
-        refuse(path, "", start == Belmo::String::npos ? message : message.substr(start + 4));
+/** What the chip's port numbers tell apart. A profile may claim more, and no table comes up over it. */
+void checkPorts(NerioSwitch::ProfileInfo const& profile, Place const& place) {
+    constexpr U32 most = NerioSwitch::ChipPortId::last + 1;
+    if (profile.numPorts > most) {
+        throw JsonException(place.member("numPorts"),
+                            fmt::format("numPorts {} > {} not allowed", profile.numPorts, most));
     }
 }
 
 TableState tableStateFromJson(Json const& json, Place const& place) {
-    TableState state{tableSpecFromJson(json, place, {"entries"}), Json::array(),
-                     place.member("entries").text()};
+    TableState state{tableSpecFromJson(json, place, {"entries"}), Json::array(), place.text()};
     if (auto const* entries = optionalMember(json, "entries")) {
-        if (!entries->is_array()) {
-            throw JsonException(place.member("entries"), "entries: expected an array");
-        }
+        if (!entries->is_array()) refuseKind(*entries, "an array", place.member("entries"));
         state.entries = *entries;
     }
     return state;
 }
 
+std::vector<TableState> tablesFromJson(Json const& json, Place const& place) {
+    if (!json.is_array()) refuseKind(json, "an array", place);
+    std::vector<TableState> tables;
+    std::set<Belmo::String> names;
+    for (auto const& table : json) {
+        auto const at = place.element(tables.size());
+        tables.push_back(tableStateFromJson(table, at));
+        auto const& name = tables.back().spec.name;
+        if (!names.insert(name).second) {
+            throw JsonException(at.member("name"),
+                                fmt::format("name: there is a table {} already", shown(name)));
+        }
+    }
+    return tables;
+}
+
 }  // namespace
 
+StateFileException::StateFileException(Belmo::String const& path, Belmo::String const& place,
+                                       Belmo::String const& text)
+    : Exception(oneLine(place.empty() ? fmt::format("{}: {}", path, text)
+                                      : fmt::format("{}: {}: {}", path, place, text))) {}
+
 StateFile readStateFile(Belmo::String const& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) refuse(path, "", std::strerror(errno));
-    Belmo::String const text{std::istreambuf_iterator<char>(stream), {}};
-    if (stream.bad()) refuse(path, "", "cannot be read");
+    Belmo::String text;
+    try {
+        text = textOfFile(path);
+    } catch (Belmo::ResourceException const& failure) {
+        throw StateFileException(path, "", failure.what());
+    }
     return parseState(text, path);
 }
 
@@ -64,42 +87,34 @@ Json stateToJson(StateFile const& file) {
 }
 
 StateFile parseState(Belmo::String const& text, Belmo::String const& path) {
-    auto const json = parseText(text, path);
-    StateFile file;
-    file.path = path;
     try {
         Place const root;
+        auto const json = parseJson(text);
         membersAre(json, {"profile", "tables"}, root);
         auto const* profile = optionalMember(json, "profile");
+        StateFile file;
+        file.path = path;
         file.profile =
             profileFromJson(profile == nullptr ? Json::object() : *profile, root.member("profile"));
-        auto const place = root.member("tables");
-        auto const& tables = requiredMember(json, "tables", root);
-        if (!tables.is_array()) throw JsonException(place, "tables: expected an array");
-        std::set<Belmo::String> names;
-        for (auto const& table : tables) {
-            auto const at = place.element(file.tables.size());
-            file.tables.push_back(tableStateFromJson(table, at));
-            if (!names.insert(file.tables.back().spec.name).second) {
-                throw JsonException(at.member("name"), "name: another table has this name");
-            }
-        }
+        checkPorts(*file.profile, root.member("profile"));
+        file.tables = tablesFromJson(requiredMember(json, "tables", root), root.member("tables"));
+        return file;
     } catch (JsonException const& failure) {
-        refuse(path, failure.place(), failure.what());
+        throw StateFileException(path, failure.place(), failure.what());
     }
-    return file;
 }
 
 void applyEntries(StateFile const& file, TableState const& state, JsonTable& table) {
+    Place const root;
+    auto const entries = root.member("entries");
     std::size_t number = 0;
     for (auto const& entry : state.entries) {
-        auto const root = Place();
-        auto const here = root.element(number++);
+        auto const here = entries.element(number++);
         try {
             membersAre(entry, {"key", "result"}, here);
             table.entryIs(requiredMember(entry, "key", here), requiredMember(entry, "result", here), here);
         } catch (JsonException const& failure) {
-            refuse(file.path, state.place + failure.place(), failure.what());
+            throw StateFileException(file.path, state.place + failure.place(), failure.what());
         }
     }
 }

@@ -12,8 +12,9 @@ namespace Agent {
 /** One table of a state file: what makes it, and what it is to hold. */
 struct TableState {
     TableSpec spec;
-    /** The entries' JSON array, as it stands in the file, and its place there. */
+    /** The entries' JSON array, as it stands in the file. */
     Json entries;
+    /** Where the table stands in the file, "/tables/0". */
     Belmo::String place;
 };
 
@@ -33,7 +34,8 @@ struct StateFile {
 /** A state file that cannot be taken: one line that names the file, the place in it and what is wrong. */
 class StateFileException : public Belmo::Exception {
 public:
-    using Exception::Exception;
+    /** "PATH: PLACE: TEXT", with the place left out where it is the whole file. */
+    StateFileException(Belmo::String const& path, Belmo::String const& place, Belmo::String const& text);
     char const* typeName() const noexcept override { return "StateFileException"; }
 };
 
@@ -44,7 +46,10 @@ StateFile parseState(Belmo::String const& text, Belmo::String const& path);
 /** The state as a file of its own, every attribute of the profile written out. */
 Json stateToJson(StateFile const& file);
 
-/** Sets the entries of a table, in the file's order; throws `StateFileException` at the first that fails. */
+/**
+ * Sets the entries of a table, in the file's order; throws `StateFileException` at the first that fails. A
+ * key without a row is only refused by a table that is up.
+ */
 void applyEntries(StateFile const& file, TableState const& state, JsonTable& table);
 
 }  // namespace Agent

@@ -2,10 +2,12 @@
 
 #include <array>
 #include <concepts>
+#include <cstdint>
 #include <fmt/format.h>
 #include <limits>
 #include <map>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "Belmo/Duration.h"
@@ -113,11 +115,10 @@ Json toJson(T const& value) {
 template <class T>
 T fromJson(Json const& json, Place const& place);
 
+/** A value that reads itself from a text, such as an address. */
 template <class T>
 T textFromJson(Json const& json, Place const& place) {
-    if (!json.is_string()) {
-        throw JsonException(place, fmt::format("{}: expected a text, found {}", place.name(), json.dump()));
-    }
+    if (!json.is_string()) refuseKind(json, "a text", place);
     return Detail::placed(place, [&] {
         Sorn::CharRange range(json.get_ref<Belmo::String const&>());
         auto value = Sorn::parse<T>(range);
@@ -126,37 +127,31 @@ T textFromJson(Json const& json, Place const& place) {
     });
 }
 
-template <class Key>
-Key keyFromMemberName(Belmo::String const& name, Place const& place) {
-    if constexpr (std::same_as<Key, Belmo::String>) {
-        return name;
-    } else {
-        return textFromJson<Key>(Json(name), place);
+/** A number with a range of its own, which refuses what lies outside in its own words. */
+template <class T>
+T rangedFromJson(Json const& json, Place const& place) {
+    if (json.is_number_integer() && !json.is_number_unsigned() && json.get<std::int64_t>() < 0) {
+        throw JsonException(place, Belmo::RangeException(T::rangeText));
     }
+    return Detail::placed(place,
+                          [&] { return T(numberFromJson(json, std::numeric_limits<U64>::max(), place)); });
 }
 
 template <class T>
 T objectFromJson(Json const& json, Place const& place) {
-    if (!json.is_object()) {
-        throw JsonException(place,
-                            fmt::format("{}: expected an object, found {}", place.name(), json.dump()));
-    }
+    if (!json.is_object()) refuseKind(json, "an object", place);
     T value;
-    std::size_t taken = 0;
-    Sorn::forEachAttribute(value, [&](char const* name, auto& attribute) {
-        if (auto const* member = optionalMember(json, name)) {
-            attribute = fromJson<std::remove_reference_t<decltype(attribute)>>(*member, place.member(name));
-            ++taken;
-        }
-    });
-    if (taken == json.size()) return value;
     for (auto const& [name, member] : json.items()) {
         bool known = false;
-        Sorn::forEachAttribute(
-            value, [&](char const* attribute, auto const&) { known = known || name == attribute; });
+        Sorn::forEachAttribute(value, [&, &name = name, &member = member](char const* attributeName,
+                                                                          auto& attribute) {
+            if (name != attributeName) return;
+            attribute = fromJson<std::remove_reference_t<decltype(attribute)>>(member, place.member(name));
+            known = true;
+        });
         if (!known) {
             throw JsonException(place.member(name),
-                                fmt::format("unknown attribute \"{}\" of {}", name, T::typeName()));
+                                fmt::format("unknown attribute {} of {}", shown(name), T::typeName()));
         }
     }
     return value;
@@ -165,29 +160,74 @@ T objectFromJson(Json const& json, Place const& place) {
 template <Sorn::DescribedEnum T>
 T enumFromJson(Json const& json, Place const& place) {
     if (json.is_string()) {
+        auto const& text = json.get_ref<Belmo::String const&>();
         for (auto const& enumerator : enumerators(T{})) {
-            if (json == enumerator.name) return enumerator.value;
+            if (text == enumerator.name) return enumerator.value;
         }
-        if (!json.get_ref<Belmo::String const&>().starts_with("0x")) {
-            throw JsonException(place, fmt::format("{}: unknown enumerator {}", place.name(), json.dump()));
+        if (!text.starts_with("0x")) {
+            throw JsonException(place, fmt::format("{}: unknown enumerator {}", place.name(), shown(json)));
         }
     }
     using Number = std::underlying_type_t<T>;
     return static_cast<T>(numberFromJson(json, std::numeric_limits<Number>::max(), place));
 }
 
+template <class Map>
+Map mapFromJson(Json const& json, Place const& place) {
+    using Key = typename Map::key_type;
+    if (!json.is_object()) refuseKind(json, "an object", place);
+    Map map;
+    for (auto const& [name, member] : json.items()) {
+        auto const at = place.member(name);
+        auto value = fromJson<typename Map::mapped_type>(member, at);
+        if constexpr (std::same_as<Key, Belmo::String>) {
+            map[name] = std::move(value);
+        } else {
+            map[textFromJson<Key>(Json(name), at)] = std::move(value);
+        }
+    }
+    return map;
+}
+
+/** An array of fixed length takes fewer elements, too: the rest keep their defaults. */
+template <class Array>
+Array arrayFromJson(Json const& json, Place const& place) {
+    if (!json.is_array()) refuseKind(json, "an array", place);
+    Array array{};
+    if constexpr (Detail::isVector<Array>) {
+        array.resize(json.size());
+    } else if (json.size() > array.size()) {
+        throw JsonException(place, fmt::format("{}: more than {} elements", place.name(), array.size()));
+    }
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        array[i] = fromJson<typename Array::value_type>(json[i], place.element(i));
+    }
+    return array;
+}
+
+template <class T>
+T scalarFromJson(Json const& json, Place const& place) {
+    if constexpr (std::same_as<T, bool>) {
+        if (!json.is_boolean()) refuseKind(json, "true or false", place);
+        return json.get<bool>();
+    } else if constexpr (std::floating_point<T>) {
+        if (!json.is_number()) refuseKind(json, "a number", place);
+        return json.get<T>();
+    } else if constexpr (std::same_as<T, Belmo::String>) {
+        if (!json.is_string()) refuseKind(json, "a text", place);
+        return json.get<Belmo::String>();
+    } else {
+        return static_cast<T>(numberFromJson(json, std::numeric_limits<T>::max(), place));
+    }
+}
+
 /** The value that a JSON text stands for; throws `JsonException`. */
 template <class T>
 T fromJson(Json const& json, Place const& place) {
-    constexpr U64 anyNumber = std::numeric_limits<U64>::max();
     if constexpr (HasJsonForm<T>) {
         return JsonForm<T>::fromJson(json, place);
     } else if constexpr (Belmo::IsRangedIndex<T> || std::same_as<T, NerioSwitch::IngressPortMask>) {
-        if (json.is_number_integer() && !json.is_number_unsigned()) {
-            // Below every range, and refused in the type's own words.
-            return Detail::placed(place, [&]() -> T { throw Belmo::RangeException(T::rangeText); });
-        }
-        return Detail::placed(place, [&] { return T(numberFromJson(json, anyNumber, place)); });
+        return rangedFromJson<T>(json, place);
     } else if constexpr (std::same_as<T, Lanvo::Prefix>) {
         return json.is_null() ? Lanvo::Prefix::null() : textFromJson<T>(json, place);
     } else if constexpr (std::same_as<T, Belmo::Duration>) {
@@ -199,52 +239,11 @@ T fromJson(Json const& json, Place const& place) {
     } else if constexpr (Sorn::DescribedEnum<T>) {
         return enumFromJson<T>(json, place);
     } else if constexpr (Detail::isMap<T>) {
-        T map;
-        if (!json.is_object()) {
-            throw JsonException(place,
-                                fmt::format("{}: expected an object, found {}", place.name(), json.dump()));
-        }
-        for (auto const& [name, member] : json.items()) {
-            auto const at = place.member(name);
-            map[keyFromMemberName<typename T::key_type>(name, at)] =
-                fromJson<typename T::mapped_type>(member, at);
-        }
-        return map;
+        return mapFromJson<T>(json, place);
     } else if constexpr (Detail::isArray<T> || Detail::isVector<T>) {
-        T array{};
-        if (!json.is_array()) {
-            throw JsonException(place,
-                                fmt::format("{}: expected an array, found {}", place.name(), json.dump()));
-        }
-        if constexpr (Detail::isVector<T>) {
-            array.resize(json.size());
-        } else if (json.size() > array.size()) {
-            throw JsonException(place, fmt::format("{}: more than {} elements", place.name(), array.size()));
-        }
-        for (std::size_t i = 0; i < json.size(); ++i) {
-            array[i] = fromJson<typename T::value_type>(json[i], place.element(i));
-        }
-        return array;
-    } else if constexpr (std::same_as<T, bool>) {
-        if (!json.is_boolean()) {
-            throw JsonException(
-                place, fmt::format("{}: expected true or false, found {}", place.name(), json.dump()));
-        }
-        return json.get<bool>();
-    } else if constexpr (std::floating_point<T>) {
-        if (!json.is_number()) {
-            throw JsonException(place,
-                                fmt::format("{}: expected a number, found {}", place.name(), json.dump()));
-        }
-        return json.get<T>();
-    } else if constexpr (std::same_as<T, Belmo::String>) {
-        if (!json.is_string()) {
-            throw JsonException(place,
-                                fmt::format("{}: expected a text, found {}", place.name(), json.dump()));
-        }
-        return json.get<Belmo::String>();
+        return arrayFromJson<T>(json, place);
     } else {
-        return static_cast<T>(numberFromJson(json, std::numeric_limits<T>::max(), place));
+        return scalarFromJson<T>(json, place);
     }
 }
 

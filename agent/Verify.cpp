@@ -1,7 +1,6 @@
 #include "agent/Verify.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <fmt/format.h>
 #include <optional>
 
@@ -13,30 +12,45 @@ using NerioSwitchApi::HwTableConfig;
 
 namespace {
 
-std::optional<Belmo::String> againstSoftware(std::optional<HwEntryConfig> const& wanted,
-                                             HwEntryConfig const& stored) {
-    if (!wanted) return std::nullopt;
-    for (U8 word = 0; word < wanted->size(); ++word) {
-        if (stored.data(word) != wanted->data(word)) {
+using Found = std::optional<Belmo::String>;
+
+Found againstSoftware(HwEntryConfig const& wanted, HwEntryConfig const& stored) {
+    for (U8 word = 0; word < std::min(wanted.size(), stored.size()); ++word) {
+        if (stored.data(word) != wanted.data(word)) {
             return fmt::format("word {}: software wants 0x{:08X}, the shadow holds 0x{:08X}", word,
-                               wanted->data(word), stored.data(word));
+                               wanted.data(word), stored.data(word));
         }
     }
-    return std::nullopt;
+    if (wanted.size() == stored.size()) return std::nullopt;
+    return fmt::format("software wants {} words, the shadow holds {}", wanted.size(), stored.size());
 }
 
-std::optional<Belmo::String> againstChip(HwTableConfig const& table, HwEntryConfig const& stored) {
+Found againstChip(HwTableConfig const& table, HwEntryConfig const& stored) {
     auto const registers = table.registersOf(stored.index());
-    auto const words = std::min<std::size_t>(registers.size(), stored.size());
-    for (std::size_t word = 0; word < words; ++word) {
+    for (U8 word = 0; word < registers.size(); ++word) {
         if (!registers[word].exists()) continue;
         U32 const held = table.bus().read(registers[word]);
+        if (word >= stored.size()) {
+            return fmt::format("word {}: the shadow holds no word, the chip 0x{:08X}", word, held);
+        }
         if (held != stored.data(word)) {
             return fmt::format("word {}: the shadow holds 0x{:08X}, the chip 0x{:08X}", word,
                                stored.data(word), held);
         }
     }
     return std::nullopt;
+}
+
+Found onRow(HwTableConfig const& table, HwIndex row, std::optional<HwEntryConfig> const& wanted) {
+    std::optional<HwEntryConfig> stored;
+    try {
+        stored = table.storedEntry(row);
+    } catch (Belmo::RangeException const& failure) {
+        return failure.what();
+    }
+    if (!stored) return "the shadow does not hold the row";
+    auto const found = wanted ? againstSoftware(*wanted, *stored) : std::nullopt;
+    return found || table.rowsShareRegisters() ? found : againstChip(table, *stored);
 }
 
 }  // namespace
@@ -49,11 +63,8 @@ Verification verify(NerioSwitchApi::SwTable const& table) {
         auto const& config = *convertor->hwTable(id);
         for (U64 number = descriptor->firstIndex(); number <= descriptor->lastIndex(); ++number) {
             auto const row = static_cast<HwIndex>(number);
-            auto const stored = config.storedEntry(row);
-            auto difference = stored ? againstSoftware(convertor->wantedEntry(id, row), *stored)
-                                     : std::optional<Belmo::String>("the shadow does not hold the row");
-            if (!difference && !config.rowsShareRegisters()) difference = againstChip(config, *stored);
-            if (difference) result.differences.push_back({descriptor->name(), row, *difference});
+            if (auto const difference = onRow(config, row, convertor->wantedEntry(id, row)))
+                result.differences.push_back({descriptor->name(), row, *difference});
             ++result.rows;
         }
     }

@@ -56,6 +56,8 @@ void makeTables(StateFile const& file, Switch& target) {
 struct TableReport {
     Agent::TableSpec spec;
     std::size_t entries = 0;
+    /** Entries of the settled table that equal the default result. */
+    std::size_t defaultEntries = 0;
     U64 rows = 0;
     std::size_t registerWrites = 0;
     double milliseconds = 0;
@@ -74,6 +76,7 @@ std::vector<TableReport> startTables(Switch& target, StartMode mode, Settle&& se
         report.spec = spec;
         report.entries = table.entryCount();
         settle(table);
+        report.defaultEntries = table.defaultEntryCount();
         report.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
         report.registerWrites = target.takeWriteCount();
         reports.push_back(std::move(report));
@@ -98,6 +101,7 @@ Json toJson(std::vector<TableReport> const& reports) {
         tables.push_back({{"name", report.spec.name},
                           {"family", report.spec.family},
                           {"entries", report.entries},
+                          {"defaultEntries", report.defaultEntries},
                           {"rows", report.rows},
                           {"registerWrites", report.registerWrites},
                           {"milliseconds", report.milliseconds},
@@ -144,11 +148,16 @@ void printReport(StateFile const& file, Json const& cold, Json const& warm) {
                profile.numPorts, profile.numPipelines, profile.hwApi.text());
     printTables("cold start", "entries", cold);
     printTables("\nwarm restart, in a second process", "entries adopted", warm);
+    auto const missing = sumOf(cold, "entries") - sumOf(warm, "entries");
+    if (missing != 0 && missing == sumOf(warm, "defaultEntries")) {
+        fmt::print(
+            "\n{} entries equal the default, leave no trace in hardware, and were set again, not adopted\n",
+            missing);
+    }
 }
 
 /** The first process's part: the switch, programmed cold, and kept in the directory. */
 Json programCold(StateFile const& file, std::filesystem::path const& directory) {
-    std::filesystem::create_directories(directory);
     Switch target(file.profile, directory);
     makeTables(file, target);
     auto const reports = startTables(target, StartMode::cold, [](Agent::JsonTable&) {});
@@ -177,15 +186,14 @@ int restartWarm(std::filesystem::path const& directory) {
 /** Brings the state up on a chip in memory: what cannot be programmed is found before anything is. */
 void rehearse(StateFile const& file) {
     Switch scratch(file.profile);
-    makeTables(file, scratch);
-    try {
-        scratch.start(StartMode::cold);
-        for (auto const& state : file.tables)
-            Agent::applyEntries(file, state, *scratch.table(state.spec.name));
-    } catch (Agent::StateFileException const&) {
-        throw;
-    } catch (Belmo::Exception const& failure) {
-        throw Agent::StateFileException(fmt::format("{}: {}", file.path, failure.what()));
+    for (auto const& state : file.tables) {
+        auto& table = *scratch.tableIs(state.spec);
+        try {
+            scratch.start(StartMode::cold);
+        } catch (Belmo::Exception const& failure) {
+            throw Agent::StateFileException(file.path, state.place, failure.what());
+        }
+        Agent::applyEntries(file, state, table);
     }
 }
 
@@ -212,7 +220,7 @@ int runSwitch(Options const& options) {
     }
     printReport(file, cold, warm);
     if (differences != 0) {
-        fmt::print("\n{} rows do not agree\n", differences);
+        fmt::print("\n{} differences between software, shadow and chip\n", differences);
         return jobFailed;
     }
     fmt::print(

@@ -67,7 +67,7 @@ StartMode modeOf(Json const& json) {
     auto const& mode = Agent::requiredString(json, "mode", line);
     if (mode == "cold") return StartMode::cold;
     if (mode == "warm") return StartMode::warm;
-    refuse(fmt::format("mode: \"{}\" is neither \"cold\" nor \"warm\"", mode));
+    refuse(fmt::format("mode: {} is neither \"cold\" nor \"warm\"", Agent::shown(mode)));
 }
 
 U32 numberOf(Json const& json, char const* name) {
@@ -88,23 +88,25 @@ Script::Script(Switch::Directory directory)
     : switch_(NerioSwitch::profilePreset("default"), std::move(directory)) {}
 
 Json Script::answer(Json const& json) {
+    auto const published = changes_.size();
     try {
         auto const& name = Agent::requiredString(json, "op", line);
         auto const& all = operations();
         auto const operation = std::find_if(all.begin(), all.end(),
                                             [&](auto const& candidate) { return candidate.name == name; });
-        if (operation == all.end()) refuse(fmt::format("unknown op \"{}\"", name));
+        if (operation == all.end()) refuse(fmt::format("unknown op {}", Agent::shown(name)));
         for (auto const& [member, value] : json.items()) {
             auto const& known = operation->members;
             bool const isKnown =
                 member == "op" || std::find(known.begin(), known.end(), member) != known.end();
             if (!isKnown && !operation->openEnded)
-                refuse(fmt::format("unknown member \"{}\" of {}", member, name));
+                refuse(fmt::format("unknown member {} of {}", Agent::shown(member), name));
         }
         Json result{{"ok", true}};
         result.update((this->*operation->carryOut)(json));
         return result;
     } catch (Belmo::Exception const& failure) {
+        changes_.erase(changes_.begin() + static_cast<Json::difference_type>(published), changes_.end());
         return {{"ok", false}, {"error", failure.typeName()}, {"message", failure.what()}};
     }
 }
@@ -119,40 +121,41 @@ Json Script::profile(Json const& json) {
 Json Script::table(Json const& json) {
     auto const spec = Agent::tableSpecFromJson(json, line, {"op"});
     auto* table = switch_.tableIs(spec);
-    if (table == nullptr) refuse(fmt::format("name: there is a table \"{}\" already", spec.name));
-    observe(*table);
+    if (table == nullptr) refuse(fmt::format("name: there is a table {} already", Agent::shown(spec.name)));
+    subscriptions_.push_back(observe(*table));
     return Json::object();
 }
 
-void Script::observe(JsonTable& table) {
-    subscriptions_.push_back(
-        table.observe([this, name = table.table()->name()](std::string_view attribute, Json key) {
-            changes_.push_back({name, attribute, std::move(key)});
-        }));
+Belmo::Subscription Script::observe(JsonTable& table) {
+    return table.observe([this, name = table.table()->name()](std::string_view attribute, Json key) {
+        changes_.push_back({name, attribute, std::move(key)});
+    });
 }
 
 Json Script::start(Json const& json) {
-    switch_.start(modeOf(json));
+    auto const mode = modeOf(json);
+    switch_.rehearseStart();
+    switch_.start(mode);
     return Json::object();
 }
 
 Json Script::restart(Json const& json) {
-    auto const mode = modeOf(json);
-    subscriptions_.clear();
-    switch_.restart(mode, [this](JsonTable& table) { observe(table); });
+    std::vector<Belmo::Subscription> subscriptions;
+    switch_.restart(modeOf(json), [&](JsonTable& table) { subscriptions.push_back(observe(table)); });
+    subscriptions_ = std::move(subscriptions);
     return Json::object();
 }
 
 JsonTable& Script::tableOf(Json const& json) const {
     auto const& name = Agent::requiredString(json, "table", line);
     auto* table = switch_.table(name);
-    if (table == nullptr) refuse(fmt::format("table: there is no table \"{}\"", name));
+    if (table == nullptr) refuse(fmt::format("table: there is no table {}", Agent::shown(name)));
     return *table;
 }
 
 NerioSwitchApi::SwTableProfileConvertor& Script::convertorOf(Json const& json) const {
     auto const convertor = tableOf(json).table()->profileConvertorPtr();
-    if (!convertor) refuse(fmt::format("table: {} is not started", json["table"].dump()));
+    if (!convertor) refuse(fmt::format("table: {} is not started", Agent::shown(json["table"])));
     return *convertor;
 }
 
@@ -164,19 +167,57 @@ NerioSwitchApi::HwTableConfig& Script::hwTableOf(Json const& json) const {
     return *found->second;
 }
 
+/**
+ * Carries out a change of a table. One that fails after the table took it, because its row could not be read
+ * or written, is taken back: `before` are the entries that it may have changed.
+ */
+template <class Change>
+Json Script::changed(JsonTable& table, std::vector<EntryBefore> const& before, Change&& change) {
+    try {
+        return change();
+    } catch (Belmo::Exception const&) {
+        for (auto const& [key, had, result] : before) {
+            try {
+                if (had) {
+                    table.entryIs(key, result, line);
+                } else {
+                    table.entryDel(key, line);
+                }
+            } catch (Belmo::Exception const&) {
+                // The row at fault fails again; the table has its entry back all the same.
+            }
+        }
+        throw;
+    }
+}
+
 Json Script::entryIs(Json const& json) {
-    tableOf(json).entryIs(Agent::requiredMember(json, "key", line),
-                          Agent::requiredMember(json, "result", line), line);
-    return Json::object();
+    auto& table = tableOf(json);
+    auto const& key = Agent::requiredMember(json, "key", line);
+    auto const& result = Agent::requiredMember(json, "result", line);
+    auto const [had, stored] = table.entry(key, line);
+    return changed(table, {{key, had, stored}}, [&] {
+        table.entryIs(key, result, line);
+        return Json::object();
+    });
 }
 
 Json Script::entryDel(Json const& json) {
-    return {{"result", tableOf(json).entryDel(Agent::requiredMember(json, "key", line), line)}};
+    auto& table = tableOf(json);
+    auto const& key = Agent::requiredMember(json, "key", line);
+    auto const [had, stored] = table.entry(key, line);
+    return changed(table, {{key, had, stored}}, [&] { return Json{{"result", table.entryDel(key, line)}}; });
 }
 
 Json Script::entryDelAll(Json const& json) {
-    tableOf(json).entryDelAll();
-    return Json::object();
+    auto& table = tableOf(json);
+    std::vector<EntryBefore> before;
+    for (auto& [key, result] : table.entries())
+        before.push_back({std::move(key), true, std::move(result)});
+    return changed(table, before, [&] {
+        table.entryDelAll();
+        return Json::object();
+    });
 }
 
 Json Script::entry(Json const& json) {
@@ -276,13 +317,13 @@ Json Script::text(Json const& json) {
 
 Json Script::poll(Json const& json) {
     // No family has hit bits yet: a poll finds none.
-    Agent::fromJson<double>(Agent::requiredMember(json, "time", line), line.member("time"));
+    Agent::fromJson<Belmo::Duration>(Agent::requiredMember(json, "time", line), line.member("time"));
     return Json::object();
 }
 
 Json Script::unsupported(Json const& json) {
     tableOf(json);
-    refuse(fmt::format("table: {} has no {}", json["table"].dump(), json["op"].get<std::string>()));
+    refuse(fmt::format("table: {} has no {}", Agent::shown(json["table"]), json["op"].get<std::string>()));
 }
 
 }  // namespace Nerio

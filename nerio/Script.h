@@ -49,7 +49,16 @@ private:
     Agent::JsonTable& tableOf(Json const& line) const;
     NerioSwitchApi::SwTableProfileConvertor& convertorOf(Json const& line) const;
     NerioSwitchApi::HwTableConfig& hwTableOf(Json const& line) const;
-    void observe(Agent::JsonTable& table);
+    Belmo::Subscription observe(Agent::JsonTable& table);
+
+    /** An entry as it was: whether there was one, and its result. */
+    struct EntryBefore {
+        Json key;
+        bool had;
+        Json result;
+    };
+    template <class Change>
+    Json changed(Agent::JsonTable& table, std::vector<EntryBefore> const& before, Change&& change);
 
     Switch switch_;
     std::vector<Belmo::Subscription> subscriptions_;

@@ -1,12 +1,12 @@
-#include <cerrno>
-#include <cstring>
+#include <cstddef>
 #include <fmt/format.h>
-#include <fstream>
 #include <iostream>
 #include <memory>
-#include <optional>
+#include <sstream>
 #include <string>
+#include <vector>
 
+#include "agent/TextFile.h"
 #include "nerio/Commands.h"
 #include "nerio/Script.h"
 
@@ -26,52 +26,66 @@ bool isSkipped(std::string const& text) {
     return first == std::string::npos || text[first] == '#';
 }
 
-/** The JSON value of a line; nothing, with the line named on standard error, if it is none. */
-std::optional<Json> parsedLine(std::string const& text, std::string const& source, std::size_t number) {
-    try {
-        return Json::parse(text);
-    } catch (Json::exception const&) {
-        fmt::print(stderr, "nerio script: {}: line {}: not JSON: {}\n", source, number, text);
-        return std::nullopt;
-    }
+/** Says on standard error what is wrong with the input. */
+int refuse(std::string const& source, std::string const& text) {
+    fmt::print(stderr, "nerio script: {}: {}\n", source, text);
+    return badInput;
+}
+
+/** Prints the answer to a line, at once; whether the line was carried out. */
+bool answerLine(Script& script, Json const& line) {
+    auto const answer = script.answer(line);
+    // A message may quote half a character.
+    std::cout << answer.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+    return answer["ok"].get<bool>();
 }
 
 /** Answers each line as it comes; a line that is not JSON ends the script there. */
-int runLines(std::istream& stream, std::string const& source, Script& script) {
+int runLines(std::istream& stream, Script& script) {
     int status = done;
     std::string text;
     for (std::size_t number = 1; std::getline(stream, text); ++number) {
         if (isSkipped(text)) continue;
-        auto const line = parsedLine(text, source, number);
-        if (!line) return badInput;
-        auto const answer = script.answer(*line);
-        if (!answer["ok"].get<bool>()) status = jobFailed;
-        std::cout << answer.dump() << std::endl;
+        Json line;
+        try {
+            line = Agent::parseJson(text, number);
+        } catch (Agent::JsonException const& failure) {
+            return refuse("standard input", failure.what());
+        }
+        if (!answerLine(script, line)) status = jobFailed;
     }
     return status;
 }
 
-/** Reads a whole file for lines that are not JSON, so that such a file is refused before anything is done. */
-bool allLinesAreJson(std::istream& stream, std::string const& source) {
-    std::string text;
-    for (std::size_t number = 1; std::getline(stream, text); ++number) {
-        if (!isSkipped(text) && !parsedLine(text, source, number)) return false;
+/** The lines of a whole file; throws `JsonException` for one that is not JSON. */
+std::vector<Json> linesOf(std::string const& text) {
+    std::vector<Json> lines;
+    std::istringstream stream(text);
+    std::string line;
+    for (std::size_t number = 1; std::getline(stream, line); ++number) {
+        if (!isSkipped(line)) lines.push_back(Agent::parseJson(line, number));
     }
-    return true;
+    return lines;
+}
+
+/** A file with a line that is not JSON is refused before anything is done. */
+int runFile(std::string const& path, Script& script) {
+    std::vector<Json> lines;
+    try {
+        lines = linesOf(Agent::textOfFile(path));
+    } catch (Belmo::Exception const& failure) {
+        return refuse(path, failure.what());
+    }
+    int status = done;
+    for (auto const& line : lines) {
+        if (!answerLine(script, line)) status = jobFailed;
+    }
+    return status;
 }
 
 int runScript(Options const& options) {
     Script script(options.directory.empty() ? Switch::Directory() : Switch::Directory(options.directory));
-    if (options.file == "-") return runLines(std::cin, "standard input", script);
-    std::ifstream stream(options.file);
-    if (!stream) {
-        fmt::print(stderr, "nerio script: {}: {}\n", options.file, std::strerror(errno));
-        return badInput;
-    }
-    if (!allLinesAreJson(stream, options.file)) return badInput;
-    stream.clear();
-    stream.seekg(0);
-    return runLines(stream, options.file, script);
+    return options.file == "-" ? runLines(std::cin, script) : runFile(options.file, script);
 }
 
 }  // namespace

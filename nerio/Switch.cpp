@@ -1,10 +1,26 @@
 #include "nerio/Switch.h"
 
+#include <fmt/format.h>
+#include <system_error>
 #include <utility>
 
 namespace Nerio {
 
 using NerioSwitchApi::StartMode;
+
+namespace {
+
+void directoryIs(std::filesystem::path const& directory) {
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    // A link to a directory counts as one.
+    if (error && !std::filesystem::is_directory(directory)) {
+        throw Belmo::ResourceException(
+            fmt::format("cannot make {}: {}", directory.string(), error.message()));
+    }
+}
+
+}  // namespace
 
 Switch::Switch(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Directory directory)
     : profile_(std::move(profile)), directory_(std::move(directory)) {}
@@ -29,21 +45,28 @@ Agent::JsonTable* Switch::tableIs(Agent::TableSpec const& spec) {
 }
 
 void Switch::open() {
+    if (bus_) return;
+    Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows;
     Belmo::Ptr<NerioSwitchApi::RegisterBus> chip;
     if (directory_) {
-        std::filesystem::create_directories(*directory_);
-        shadows_ = NerioSwitchApi::mappedShadowStore((*directory_ / "shadow").string());
+        directoryIs(*directory_);
+        shadows = NerioSwitchApi::mappedShadowStore((*directory_ / "shadow").string());
         chip = Chip::simulatedChip(*profile_, (*directory_ / "chip").string());
     } else {
-        shadows_ = NerioSwitchApi::memoryShadowStore();
+        shadows = NerioSwitchApi::memoryShadowStore();
         chip = Chip::simulatedChip(*profile_);
     }
+    shadows_ = std::move(shadows);
     bus_ = Belmo::make<Chip::RecordingBus>(chip);
 }
 
+std::unique_ptr<NerioSwitchApi::TableFramework> Switch::newFramework() const {
+    return std::make_unique<NerioSwitchApi::TableFramework>(profile_, bus_, shadows_);
+}
+
 void Switch::start(StartMode mode, Started const& started) {
-    if (!bus_) open();
-    if (!framework_) framework_ = std::make_unique<NerioSwitchApi::TableFramework>(profile_, bus_, shadows_);
+    open();
+    if (!framework_) framework_ = newFramework();
     for (auto const& [spec, table] : tables_) {
         if (table->table()->initialized()) continue;
         framework_->tableIs(table->table(), mode);
@@ -51,15 +74,28 @@ void Switch::start(StartMode mode, Started const& started) {
     }
 }
 
-void Switch::restart(StartMode mode, std::function<void(Agent::JsonTable&)> const& made) {
-    for (auto& [spec, table] : tables_)
-        table.reset();
-    framework_.reset();
-    for (auto& [spec, table] : tables_) {
-        table = Agent::makeTable(spec);
-        made(*table);
+void Switch::rehearseStart() const {
+    Switch copy(profile_);
+    for (auto const& [spec, table] : tables_) {
+        if (table->table()->initialized()) continue;
+        auto& copied = *copy.tableIs(spec);
+        for (auto const& [key, result] : table->entries())
+            copied.entryIs(key, result, {});
     }
-    start(mode);
+    copy.start(StartMode::cold);
+}
+
+void Switch::restart(StartMode mode, std::function<void(Agent::JsonTable&)> const& made) {
+    open();
+    Members tables;
+    auto framework = newFramework();
+    for (auto const& old : tables_) {
+        auto& table = tables.emplace_back(Member{old.spec, Agent::makeTable(old.spec)}).table;
+        made(*table);
+        framework->tableIs(table->table(), mode);
+    }
+    tables_ = std::move(tables);
+    framework_ = std::move(framework);
 }
 
 std::vector<std::pair<Belmo::String, U32>> Switch::takeWrites() {

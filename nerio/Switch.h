@@ -29,7 +29,7 @@ public:
 
     NerioSwitch::ProfileInfo const& profile() const { return *profile_; }
     /** The chip is made when the first table is started; until then its profile may change. */
-    bool hasChip() const { return framework_ != nullptr; }
+    bool hasChip() const { return bus_ != nullptr; }
     void profileIs(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile);
 
     /** Makes a software table; it is not attached yet. Null if the name is taken. */
@@ -40,7 +40,12 @@ public:
 
     /** Attaches and brings up, in order of creation, every table that is not yet up. */
     void start(NerioSwitchApi::StartMode mode, Started const& started = {});
-    /** The process's end and return: every table is dropped, made anew and brought up. */
+    /** Starts copies of these tables on a chip in memory: throws what their start would throw. */
+    void rehearseStart() const;
+    /**
+     * The process's end and return: every table is made anew, told to `made`, and brought up; then the old
+     * ones go. Where a table does not come up, the old ones stay.
+     */
     void restart(NerioSwitchApi::StartMode mode, std::function<void(Agent::JsonTable&)> const& made);
 
     /** The register writes since the last call, by path. */
@@ -54,14 +59,16 @@ private:
         Agent::TableSpec spec;
         std::unique_ptr<Agent::JsonTable> table;
     };
+    using Members = std::vector<Member>;
     void open();
+    std::unique_ptr<NerioSwitchApi::TableFramework> newFramework() const;
 
     Belmo::Ptr<NerioSwitch::ProfileInfo const> profile_;
     Directory directory_;
     Belmo::Ptr<Chip::RecordingBus> bus_;
     Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows_;
     std::unique_ptr<NerioSwitchApi::TableFramework> framework_;
-    std::vector<Member> tables_;
+    Members tables_;
 };
 
 }  // namespace Nerio

@@ -9,6 +9,16 @@ int main(int argc, char** argv) {
     CLI::App app("Drives the tables of a simulated switch.", "nerio");
     app.require_subcommand(1);
     app.set_version_flag("--version", NERIO_VERSION);
+    app.failure_message([](CLI::App const* command, CLI::Error const& error) {
+        std::string text = error.what();
+        // A word that is no subcommand is what is wrong, not that a subcommand is missing.
+        if (auto const unknown = command->remaining();
+            error.get_name() == "RequiredError" && !unknown.empty()) {
+            text = fmt::format("unknown {} {}", unknown.front().starts_with('-') ? "option" : "subcommand",
+                               unknown.front());
+        }
+        return fmt::format("nerio: {}; nerio --help says more\n", text);
+    });
     int status = Nerio::done;
     Nerio::addRun(app, status);
     Nerio::addScript(app, status);

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "Belmo/Types.h"
+
+namespace Agent {
+
+/** A whole file as text; throws `Belmo::ResourceException` with the reason alone. */
+Belmo::String textOfFile(Belmo::String const& path);
+
+}  // namespace Agent

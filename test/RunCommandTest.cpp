@@ -1,0 +1,333 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <ostream>
+#include <regex>
+
+#include "CommandProcess.h"
+#include "TemporaryDirectory.h"
+#include "agent/Json.h"
+
+namespace {
+
+using Agent::Json;
+using NerioTest::CommandProcess;
+using NerioTest::CommandResult;
+using NerioTest::lineCount;
+using NerioTest::runCommand;
+using testing::HasSubstr;
+
+/** A report with each time replaced, so that the rest can be compared. */
+std::string withoutTimes(std::string const& report) {
+    return std::regex_replace(report, std::regex(" *[0-9]+\\.[0-9]+ ms"), " TIME");
+}
+
+/** Every file below a directory with its contents. */
+std::map<std::string, std::string> everyFile(std::string const& directory) {
+    std::map<std::string, std::string> files;
+    for (auto const& item : std::filesystem::recursive_directory_iterator(directory)) {
+        if (item.is_regular_file()) files[item.path().string()] = contentsOf(item.path().string());
+    }
+    return files;
+}
+
+constexpr char const* eightPorts = R"({
+  "profile": {"name": ["edge", "spare"], "numPorts": 8},
+  "tables": [
+    {"family": "portConfig", "name": "a",
+     "entries": [{"key": {"portId": 1}, "result": {"portMode": "trunk"}},
+                 {"key": {"portId": 2}, "result": {"portMode": 3}}]}]
+})";
+
+class RunCommandTest : public testing::Test {
+protected:
+    std::string stateFile(std::string const& text) {
+        contentsOfIs(directory.path("state.json"), text);
+        return directory.path("state.json");
+    }
+    TemporaryDirectory directory;
+};
+
+TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
+    auto const result = runCommand({"run"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(withoutTimes(result.output),
+              "campus: 52 ports, 2 pipelines, hardware API 6.2, on an embedded chip\n"
+              "\n"
+              "cold start\n"
+              "  table            family                  entries     rows  register writes       time\n"
+              "  ports            portConfig                   52       52               52 TIME\n"
+              "\n"
+              "warm restart, in a second process\n"
+              "  table            family          entries adopted     rows  register writes       time\n"
+              "  ports            portConfig                   14       52                0 TIME\n"
+              "\n"
+              "38 entries equal the default, leave no trace in hardware, and were set again, not adopted\n"
+              "\n"
+              "software, shadow and chip agree on all 52 rows; the warm restart wrote nothing\n");
+}
+
+TEST_F(RunCommandTest, ReportsTheSwitchOfAStateFile) {
+    auto const result = runCommand({"run", stateFile(eightPorts)});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(withoutTimes(result.output),
+              "edge: 8 ports, 2 pipelines, hardware API 6.2, on an embedded chip\n"
+              "\n"
+              "cold start\n"
+              "  table            family                  entries     rows  register writes       time\n"
+              "  a                portConfig                    2        8                8 TIME\n"
+              "\n"
+              "warm restart, in a second process\n"
+              "  table            family          entries adopted     rows  register writes       time\n"
+              "  a                portConfig                    2        8                0 TIME\n"
+              "\n"
+              "software, shadow and chip agree on all 8 rows; the warm restart wrote nothing\n");
+}
+
+TEST_F(RunCommandTest, KeepsTheSwitchInADirectory) {
+    auto const place = directory.path("switch");
+    for (int i = 0; i < 2; ++i) {
+        auto const result = runCommand({"run", stateFile(eightPorts), "--switch", place});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_THAT(result.output, testing::EndsWith("the switch is kept in " + place + "\n"));
+        EXPECT_EQ(TemporaryDirectory::namesIn(place),
+                  (std::vector<std::string>{"chip", "chip.lock", "shadow", "state.json"}));
+    }
+    // What is kept can be driven by hand.
+    auto const script = runCommand({"script", "--switch", place},
+                                   "{\"op\":\"profile\",\"name\":[\"edge\",\"spare\"],\"numPorts\":8}\n"
+                                   "{\"op\":\"table\",\"family\":\"portConfig\",\"name\":\"a\"}\n"
+                                   "{\"op\":\"start\",\"mode\":\"warm\"}\n"
+                                   "{\"op\":\"registers\"}\n"
+                                   "{\"op\":\"shadow\",\"table\":\"a\",\"hwTable\":0,\"index\":2}\n");
+    EXPECT_THAT(script.output,
+                testing::EndsWith("{\"ok\":true,\"writes\":[]}\n{\"ok\":true,\"words\":[3,0,0,0]}\n"));
+    // The state that was kept is a state file itself.
+    EXPECT_EQ(runCommand({"run", place + "/state.json"}).status, 0);
+}
+
+TEST_F(RunCommandTest, NamesEachRowThatDoesNotAgree) {
+    // Two tables over the same registers: the one that starts last has them.
+    auto const file = stateFile(R"({"profile":{"numPorts":8},"tables":[
+        {"family":"portConfig","name":"a","entries":[{"key":{"portId":1},"result":{"portMode":"trunk"}}]},
+        {"family":"portConfig","name":"b"}]})");
+    auto const result = runCommand({"run", file});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors,
+              "nerio run: after the cold start: hardware table a/demo/PortConfig/0 row 1: "
+              "word 0: the shadow holds 0x00000000, the chip 0x00000001\n"
+              "nerio run: after the warm restart: hardware table a/demo/PortConfig/0 row 1: "
+              "word 0: the shadow holds 0x00000000, the chip 0x00000001\n");
+    EXPECT_THAT(result.output, testing::EndsWith("\n2 differences between software, shadow and chip\n"));
+    auto const report = runCommand({"run", file, "--json"});
+    EXPECT_EQ(report.status, 1);
+    EXPECT_EQ(Json::parse(report.output)["differences"], 2);
+}
+
+TEST_F(RunCommandTest, ReportsAsJson) {
+    auto const result = runCommand({"run", "--json"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    auto report = Json::parse(result.output);
+    for (auto const* start : {"cold", "warm"}) {
+        EXPECT_TRUE(report[start][0]["milliseconds"].is_number());
+        report[start][0].erase("milliseconds");
+    }
+    EXPECT_EQ(report, Json::parse(R"({
+        "cold":[{"name":"ports","family":"portConfig","entries":52,"defaultEntries":38,"rows":52,
+                 "registerWrites":52,"differences":[]}],
+        "warm":[{"name":"ports","family":"portConfig","entries":14,"defaultEntries":38,"rows":52,
+                 "registerWrites":0,"differences":[]}],
+        "differences":0})"));
+}
+
+struct BadState {
+    char const* name;
+    char const* text;
+    /** What standard error says behind "nerio run: FILE: ". */
+    char const* errors;
+};
+
+constexpr char const* portRange =
+    "NerioSwitch::ChipPortId::value < NerioSwitch::ChipPortId::min or > NerioSwitch::ChipPortId::null not "
+    "allowed\n";
+
+#define WITH_ENTRY(entry) R"({"tables":[{"family":"portConfig","name":"p","entries":[)" entry "]}]}"
+#define WITH_RESULT(result) WITH_ENTRY(R"({"key":{"portId":1},"result":)" result "}")
+#define WITH_TABLE(table) R"({"tables":[)" table "]}"
+#define WITH_PROFILE(profile) R"({"profile":)" profile R"(,"tables":[{"family":"portConfig","name":"p"}]})"
+
+BadState const badStates[] = {
+    {"Empty", "", "line 1, column 1: not JSON: unexpected end of input; expected '[', '{', or a literal\n"},
+    {"Broken", "{\"tables\":[\n  {\"family\":\"portConfig\",]}",
+     "line 2, column 26: not JSON: unexpected ']'; expected string literal\n"},
+    {"Cut", "{\"tables\":\n[",
+     "line 2, column 2: not JSON: unexpected end of input; expected '[', '{', or a literal\n"},
+    {"NotText", "{\"tables\":\"\xff\"}",
+     "line 1, column 12: not JSON: invalid string: ill-formed UTF-8 byte\n"},
+    {"HugeNumber", "{\n\"tables\":1e999}", "line 1: not JSON: number too large: '1e999'\n"},
+    {"NoObject", "[]", "expected an object, found an array\n"},
+    {"NoTables", "{}", "\"tables\" is missing\n"},
+    {"TablesNoArray", R"({"tables":{}})", "/tables: tables: expected an array, found an object\n"},
+    {"UnknownMember", R"({"tables":[],"table":[]})", "/table: unknown member \"table\"\n"},
+    {"UnknownMemberOverLines", R"({"tables":[],"a\nb":[]})", "/a\\x0ab: unknown member \"a\\nb\"\n"},
+    {"UnknownFamily", WITH_TABLE(R"({"family":"portconfig","name":"p"})"),
+     "/tables/0/family: family: unknown family \"portconfig\"\n"},
+    {"NoFamily", WITH_TABLE(R"({"name":"p"})"), "/tables/0: \"family\" is missing\n"},
+    {"FamilyNoText", WITH_TABLE(R"({"family":7,"name":"p"})"),
+     "/tables/0/family: family: expected a text, found 7\n"},
+    {"TableNoObject", WITH_TABLE("7"), "/tables/0: 0: expected an object, found 7\n"},
+    {"UnknownTableMember", WITH_TABLE(R"({"family":"portConfig","name":"p","entry":[]})"),
+     "/tables/0/entry: unknown member \"entry\"\n"},
+    {"DuplicateName", WITH_TABLE(R"({"family":"portConfig","name":"p"},{"family":"portConfig","name":"p"})"),
+     "/tables/1/name: name: there is a table \"p\" already\n"},
+    {"EntriesNoArray", WITH_TABLE(R"({"family":"portConfig","name":"p","entries":{}})"),
+     "/tables/0/entries: entries: expected an array, found an object\n"},
+    {"EntryNoObject", WITH_ENTRY("[]"), "/tables/0/entries/0: 0: expected an object, found an array\n"},
+    {"EntryWithoutKey", WITH_ENTRY(R"({"result":{}})"), "/tables/0/entries/0: \"key\" is missing\n"},
+    {"EntryWithoutResult", WITH_ENTRY(R"({"key":{"portId":1}})"),
+     "/tables/0/entries/0: \"result\" is missing\n"},
+    {"UnknownEntryMember", WITH_ENTRY(R"({"key":{"portId":1},"result":{},"lastUpdate":0})"),
+     "/tables/0/entries/0/lastUpdate: unknown member \"lastUpdate\"\n"},
+    {"UnknownAttribute", WITH_RESULT(R"({"mode":"trunk"})"),
+     "/tables/0/entries/0/result/mode: unknown attribute \"mode\" of NerioSwitchTable::PortConfigResult\n"},
+    {"UnknownEnumerator", WITH_RESULT(R"({"portMode":"tunnel"})"),
+     "/tables/0/entries/0/result/portMode: portMode: unknown enumerator \"tunnel\"\n"},
+    {"WrongType", WITH_RESULT(R"({"txDisabled":"yes"})"),
+     "/tables/0/entries/0/result/txDisabled: txDisabled: expected true or false, found \"yes\"\n"},
+    {"KeyNoObject", WITH_ENTRY(R"({"key":1,"result":{}})"),
+     "/tables/0/entries/0/key: key: expected an object, found 1\n"},
+    {"NumberTooLarge", WITH_RESULT(R"({"portMode":4294967296})"),
+     "/tables/0/entries/0/result/portMode: portMode 4294967296 > 4294967295 not allowed\n"},
+    {"UnknownProfileAttribute", WITH_PROFILE(R"({"ports":52})"),
+     "/profile/ports: unknown attribute \"ports\" of the profile\n"},
+    {"UnknownPreset", WITH_PROFILE(R"({"preset":"big"})"),
+     "/profile/preset: unknown profile preset \"big\"\n"},
+    {"ProfileNoObject", WITH_PROFILE("7"), "/profile: profile: expected an object, found 7\n"},
+    {"SixtyPorts", WITH_PROFILE(R"({"numPorts":60})"), "/profile/numPorts: numPorts 60 > 54 not allowed\n"},
+    {"NoPorts", WITH_PROFILE(R"({"numPorts":0})"), "/profile/numPorts: numPorts 0 < 1 not allowed\n"},
+    {"NumPortsNoNumber", WITH_PROFILE(R"({"numPorts":"many"})"),
+     "/profile/numPorts: numPorts: expected an integer of at most 64 bits, found \"many\"\n"},
+    {"HwApiNoVersion", WITH_PROFILE(R"({"hwApi":"six"})"),
+     "/profile/hwApi: hwApi: expected a number, found \"six\"\n"},
+};
+
+void PrintTo(BadState const& state, std::ostream* stream) {
+    *stream << state.name;
+}
+
+class BadStateTest : public RunCommandTest, public testing::WithParamInterface<BadState> {};
+
+void expectRefused(CommandResult const& result, std::string const& errors) {
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, errors);
+    EXPECT_EQ(lineCount(result.errors), 1);
+}
+
+TEST_P(BadStateTest, IsRefusedBeforeAnythingIsProgrammed) {
+    auto const file = stateFile(GetParam().text);
+    auto const errors = "nerio run: " + file + ": " + GetParam().errors;
+    auto const place = directory.path("switch");
+    expectRefused(runCommand({"run", file, "--switch", place}), errors);
+    EXPECT_FALSE(std::filesystem::exists(place));
+    expectRefused(runCommand({"run", "--json", file}), errors);
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, BadStateTest, testing::ValuesIn(badStates),
+                         [](auto const& state) { return std::string(state.param.name); });
+
+TEST_F(RunCommandTest, ABadEntryBehindGoodOnesLeavesAKeptSwitchAsItWas) {
+    auto const place = directory.path("switch");
+    ASSERT_EQ(runCommand({"run", stateFile(eightPorts), "--switch", place}).status, 0);
+    auto const before = everyFile(place);
+    EXPECT_GE(before.size(), 5u);
+    auto const text = [](std::string const& port) {
+        return R"({"profile":{"numPorts":8},"tables":[
+            {"family":"portConfig","name":"a","entries":[{"key":{"portId":1},"result":{}}]},
+            {"family":"portConfig","name":"b","entries":[{"key":{"portId":2},"result":{}},
+                                                         {"key":{"portId":)" +
+               port + R"(},"result":{"portMode":"trunk"}}]}]})";
+    };
+    auto const file = stateFile(text("54"));
+    expectRefused(runCommand({"run", file, "--switch", place}),
+                  "nerio run: " + file + ": /tables/1/entries/1/key/portId: " + portRange);
+    EXPECT_EQ(everyFile(place), before);
+    // A port that the type takes, and the chip does not have.
+    stateFile(text("8"));
+    expectRefused(runCommand({"run", file, "--switch", place}),
+                  "nerio run: " + file +
+                      ": /tables/1/entries/1/key: NerioSwitchApi::HwIndex::value < "
+                      "NerioSwitchApi::HwTableDescriptor::firstIndex or > "
+                      "NerioSwitchApi::HwTableDescriptor::lastIndex not allowed\n");
+    EXPECT_EQ(everyFile(place), before);
+}
+
+TEST_F(RunCommandTest, AStateFileThatCannotBeReadIsNamed) {
+    auto const none = directory.path("none.json");
+    expectRefused(runCommand({"run", none}), "nerio run: " + none + ": No such file or directory\n");
+    expectRefused(runCommand({"run", directory.path()}),
+                  "nerio run: " + directory.path() + ": Is a directory\n");
+}
+
+TEST_F(RunCommandTest, ASwitchDirectoryInUseIsRefused) {
+    auto const place = directory.path("switch");
+    CommandProcess holder({"script", "--switch", place});
+    holder.write(
+        "{\"op\":\"table\",\"family\":\"portConfig\",\"name\":\"ports\"}\n"
+        "{\"op\":\"start\",\"mode\":\"cold\"}\n");
+    holder.readLine();
+    holder.readLine();
+    auto const result = runCommand({"run", "--switch", place});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "nerio run: " + place + "/shadow/shadow.lock is held by process " +
+                                 std::to_string(holder.process()) + "\n");
+}
+
+TEST_F(RunCommandTest, ASwitchDirectoryThatCannotBeMadeIsRefused) {
+    auto const file = stateFile(eightPorts);
+    for (auto const& [place, reason] : {std::pair{file, "Not a directory"},
+                                        {file + "/switch", "Not a directory"},
+                                        {std::string("/proc/switch"), "No such file or directory"}}) {
+        auto const result = runCommand({"run", file, "--switch", place});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(result.errors, "nerio run: cannot make " + place + ": " + reason + "\n");
+    }
+}
+
+TEST_F(RunCommandTest, ASwitchDirectoryOfAnotherChipIsRefused) {
+    auto const place = directory.path("switch");
+    ASSERT_EQ(runCommand({"run", stateFile(eightPorts), "--switch", place}).status, 0);
+    auto const result = runCommand({"run", "--switch", place});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_THAT(result.errors, testing::StartsWith("nerio run: " + place + "/chip has other registers"));
+    EXPECT_EQ(lineCount(result.errors), 1);
+}
+
+TEST(CommandTest, ASubcommandIsRequired) {
+    for (auto const& [arguments, errors] :
+         {std::pair<std::vector<std::string>, std::string>{
+              {}, "nerio: A subcommand is required; nerio --help says more\n"},
+          {{"frob"}, "nerio: unknown subcommand frob; nerio --help says more\n"},
+          {{"--frob"}, "nerio: unknown option --frob; nerio --help says more\n"},
+          {{"run", "a", "b"}, "nerio: The following argument was not expected: b; nerio --help says more\n"},
+          {{"run", "--switch"}, "nerio: --switch: 1 required TEXT missing; nerio --help says more\n"}}) {
+        auto const result = runCommand(arguments);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(result.errors, errors);
+    }
+}
+
+TEST(CommandTest, HelpAndVersionAreNoFailures) {
+    EXPECT_EQ(runCommand({"--help"}).status, 0);
+    auto const version = runCommand({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_TRUE(std::regex_match(version.output, std::regex("[0-9]+\\.[0-9]+\\.[0-9]+\n"))) << version.output;
+}
+
+}  // namespace

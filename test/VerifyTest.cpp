@@ -1,0 +1,116 @@
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "NerioSwitchTable/NerioTablePortConfig.h"
+#include "SwitchFixture.h"
+#include "agent/Verify.h"
+
+namespace {
+
+using namespace NerioSwitchTable;
+
+constexpr char const* hwTable = "ports/demo/PortConfig/0";
+
+class VerifyTest : public NerioTest::TableFixture<PortConfigTable> {
+protected:
+    VerifyTest() : TableFixture([] { return portConfigTableFactory("ports"); }) {
+        start();
+        table().entryIs(PortConfigKey(5), PortConfigResult().portModeIs(PortConfigMode::qinq));
+    }
+    Agent::Verification verify() { return Agent::verify(table()); }
+
+    /** Expects exactly one difference, in that row and of that text. */
+    void expectDifference(U32 row, std::string const& text) {
+        auto const found = verify();
+        EXPECT_EQ(found.rows, 52u);
+        ASSERT_EQ(found.differences.size(), 1u);
+        EXPECT_EQ(found.differences[0].hwTable, hwTable);
+        EXPECT_EQ(found.differences[0].row, row);
+        EXPECT_EQ(found.differences[0].text, text);
+    }
+    NerioSwitchApi::RegisterHandle registerOf(U32 port) {
+        return chip().address(fmt::format("egress/port[{}]/vlan_cfg", port));
+    }
+};
+
+TEST_F(VerifyTest, FindsNothingInAHealthyTable) {
+    holdsAcrossRestart([&] {
+        auto const found = verify();
+        EXPECT_EQ(found.rows, 52u);
+        EXPECT_TRUE(found.differences.empty());
+    });
+}
+
+TEST_F(VerifyTest, FindsNothingToLookAtBeforeATableIsUp) {
+    auto const fresh = portConfigTableFactory("fresh");
+    EXPECT_EQ(Agent::verify(*fresh).rows, 0u);
+}
+
+TEST_F(VerifyTest, FindsEachFlippedBitOfAChipRegister) {
+    for (U32 const row : {0u, 5u, 51u}) {
+        auto const word = row == 5 ? 2u : 1u;
+        for (U32 bit = 0; bit < 32; ++bit) {
+            auto const flipped = word ^ U32 { 1 } << bit;
+            chip().write(registerOf(row), flipped);
+            expectDifference(
+                row, fmt::format("word 0: the shadow holds 0x{:08X}, the chip 0x{:08X}", word, flipped));
+            chip().write(registerOf(row), word);
+        }
+    }
+    EXPECT_TRUE(verify().differences.empty());
+}
+
+TEST_F(VerifyTest, FindsEachFlippedBitOfTheShadowOfAnEntry) {
+    std::vector<U32> const words{2, 0, 0, 0};
+    for (U32 word = 0; word < 4; ++word) {
+        for (U32 bit = 0; bit < 32; ++bit) {
+            auto flipped = words;
+            flipped[word] ^= U32{1} << bit;
+            shadow().store(5, flipped);
+            expectDifference(5, fmt::format("word {}: software wants 0x{:08X}, the shadow holds 0x{:08X}",
+                                            word, words[word], flipped[word]));
+        }
+    }
+}
+
+TEST_F(VerifyTest, FindsEachFlippedBitOfTheShadowOfARowWithoutAnEntry) {
+    // A row without an entry keeps what it had across a warm start: only the chip can contradict its word 0,
+    // and nothing its words behind it.
+    for (U32 bit = 0; bit < 32; ++bit) {
+        std::vector<U32> const flipped{1 ^ U32{1} << bit, 0, 0, 0};
+        shadow().store(17, flipped);
+        expectDifference(17,
+                         fmt::format("word 0: the shadow holds 0x{:08X}, the chip 0x00000001", flipped[0]));
+    }
+}
+
+TEST_F(VerifyTest, FindsRowsThatTheShadowDoesNotHold) {
+    shadow().drop(17);
+    expectDifference(17, "the shadow does not hold the row");
+    shadow().store(17, std::vector<U32>{1, 0, 0, 0});
+    shadow().corrupt(5);
+    expectDifference(5, "the shadow does not hold the row");
+}
+
+TEST_F(VerifyTest, FindsRowsOfAnotherLength) {
+    shadow().store(5, std::vector<U32>{2, 0, 0});
+    expectDifference(5, "software wants 4 words, the shadow holds 3");
+    shadow().store(5, std::vector<U32>{2, 0, 0, 0, 0});
+    expectDifference(5, "software wants 4 words, the shadow holds 5");
+    shadow().store(5, std::vector<U32>{2, 0, 0, 0, 0, 0, 0, 0, 0});
+    expectDifference(5, "an array of 9 data words is longer than the limit of 8");
+    shadow().store(5, std::vector<U32>{2, 0, 0, 0});
+    shadow().store(17, std::vector<U32>{});
+    expectDifference(17, "word 0: the shadow holds no word, the chip 0x00000001");
+}
+
+TEST_F(VerifyTest, NamesEveryRowThatDiffers) {
+    chip().write(registerOf(3), 0);
+    shadow().drop(40);
+    auto const found = verify();
+    ASSERT_EQ(found.differences.size(), 2u);
+    EXPECT_EQ(found.differences[0].row, 3u);
+    EXPECT_EQ(found.differences[1].row, 40u);
+}
+
+}  // namespace
