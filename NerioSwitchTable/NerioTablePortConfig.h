@@ -44,7 +44,7 @@ static_assert(fieldsFit(PortConfigRow::fields, 1) && fieldsDisjoint(PortConfigRo
 /** Per chip port, the VLAN mode and two disable flags. */
 class NERIO_SWITCH_TABLE_EXPORT PortConfigTable final : public PlainTable<PortConfigKey, PortConfigResult> {
 public:
-    explicit PortConfigTable(Belmo::String const& name) : PlainTable(name) {}
+    explicit PortConfigTable(Belmo::String const& name) : PlainTable<PortConfigKey, PortConfigResult>(name) {}
     ~PortConfigTable() override;
 
 protected:

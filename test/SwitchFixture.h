@@ -31,12 +31,18 @@ protected:
     /** What tests may change before the first start. */
     NerioSwitch::ProfileInfo& profile() { return *profile_; }
 
+    /** Memories that the chip has behind its control registers. */
+    void memoriesAre(std::vector<Chip::MemoryDescription> memories) { memories_ = std::move(memories); }
+    /** Called after every single register write from here on. */
+    void afterEveryWriteIs(std::function<void()> look) { watched_->look = std::move(look); }
+
     /** Makes the chip and a new table; it is not attached yet. */
     Table& make() {
         if (!chip_) {
-            chip_ = Chip::simulatedChip(*profile_);
+            chip_ = Chip::simulatedChip(*profile_, memories_);
             faulty_ = Belmo::make<Chip::FaultyBus>(chip_);
-            recorder_ = Belmo::make<Chip::RecordingBus>(faulty_);
+            watched_ = Belmo::make<WatchedBus>(faulty_);
+            recorder_ = Belmo::make<Chip::RecordingBus>(watched_);
             shadows_ = NerioSwitchApi::memoryShadowStore();
         }
         table_.reset();
@@ -85,10 +91,27 @@ protected:
     }
 
 private:
+    /** Looks at the chip after every single register write. */
+    struct WatchedBus final : NerioSwitchApi::RegisterBus {
+        explicit WatchedBus(Belmo::Ptr<NerioSwitchApi::RegisterBus> around) : bus(std::move(around)) {}
+        NerioSwitchApi::RegisterHandle address(std::string_view path) override { return bus->address(path); }
+        Belmo::String path(NerioSwitchApi::RegisterHandle handle) const override { return bus->path(handle); }
+        U32 read(NerioSwitchApi::RegisterHandle handle) override { return bus->read(handle); }
+        void write(NerioSwitchApi::RegisterHandle handle, U32 word) override {
+            bus->write(handle, word);
+            if (look) look();
+        }
+
+        Belmo::Ptr<NerioSwitchApi::RegisterBus> bus;
+        std::function<void()> look;
+    };
+
     Factory factory_;
+    std::vector<Chip::MemoryDescription> memories_;
     Belmo::Ptr<NerioSwitch::ProfileInfo> profile_ = NerioSwitch::profilePreset("default");
     Belmo::Ptr<Chip::SimulatedChip> chip_;
     Belmo::Ptr<Chip::FaultyBus> faulty_;
+    Belmo::Ptr<WatchedBus> watched_;
     Belmo::Ptr<Chip::RecordingBus> recorder_;
     Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows_;
     std::unique_ptr<NerioSwitchApi::TableFramework> framework_;

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "NerioSwitchApi/HashTable.h"
+
+#include "NerioSwitchTable/Export.h"
+#include "NerioSwitchTable/TableConstants.h"
+
+namespace NerioSwitchTable {
+
+/** Common base of the helpers of hash tables: adds the table's number in the system. */
+class NERIO_SWITCH_TABLE_EXPORT NerioTableHashHelper : public NerioSwitchApi::HashBaseHelper {
+public:
+    ~NerioTableHashHelper() override;
+
+    TableIndex tableIdx() const { return tableIdx_; }
+    /** The software table's profile. */
+    Belmo::Ptr<NerioSwitch::ProfileInfo const> const& profile() const;
+    /** Names the helper as people know its table. */
+    void doInit() override;
+
+protected:
+    explicit NerioTableHashHelper(TableIndex tableIdx) : tableIdx_(tableIdx) {}
+
+private:
+    TableIndex tableIdx_;
+};
+
+}  // namespace NerioSwitchTable

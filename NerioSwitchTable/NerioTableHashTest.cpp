@@ -1,0 +1,172 @@
+#include "NerioSwitchTable/NerioTableHashTest.h"
+
+#include <algorithm>
+
+#include "Sorn/Format.h"
+
+#include "NerioSwitchTable/BitField.h"
+
+namespace NerioSwitchTable {
+
+using NerioSwitchApi::HwIndex;
+using NerioSwitchApi::SwTable;
+
+namespace {
+
+Sorn::TraceHandle handle("NerioTableHashTest");
+
+constexpr TableIndex tableIndex = 1;
+constexpr NerioSwitchApi::PhysicalHashGeometry geometry{.tableId = tableIndex,
+                                                        .tableSize = 8,
+                                                        .hashBits = 3,
+                                                        .numHashTables = 2,
+                                                        .rowSlots = 1,
+                                                        .entryWords = 3,
+                                                        .hitBitsSupported = 1,
+                                                        .placementFlag = 1};
+
+/** Words 0 and 1 are key and result; word 2 is the control word. */
+struct HashTestRow {
+    static constexpr U8 keyWord = 0;
+    static constexpr U8 resultWord = 1;
+    static constexpr U8 controlWord = 2;
+    static constexpr U16 control = 32 * controlWord;
+    static constexpr BitField row{"row", control, 12};
+    static constexpr BitField table{"table", control + 14, 1};
+    /** The control word carries the read strobe's bit, not the write strobe's, and stays so. */
+    static constexpr BitField strobe{"strobe", control + 15, 1};
+    static constexpr std::array fields{row, table, strobe};
+};
+static_assert(fieldsFit(HashTestRow::fields, geometry.entryWords) && fieldsDisjoint(HashTestRow::fields));
+
+class HashTestHelper final : public NerioTableHashHelper {
+public:
+    HashTestHelper() : NerioTableHashHelper(tableIndex) {}
+
+    Belmo::Ptr<NerioSwitchApi::PhysicalHashProperties> doGetPhysTableProperties() const override {
+        return Belmo::make<NerioSwitchApi::PhysicalHashProperties>(geometry);
+    }
+
+    void setStaticBuffer(Dovra::Cuckoo::CuckooLocation const& location, Sorn::BytePtr buffer) override {
+        auto* const words = reinterpret_cast<U32*>(buffer);
+        HashTestRow::row.set(words, location.row);
+        HashTestRow::table.set(words, location.table);
+        HashTestRow::strobe.set(words, 1);
+    }
+
+    void setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLocation const& location,
+                     Sorn::BytePtr buffer) override {
+        auto const& item = static_cast<HashTestTableCuckooEntry const&>(*entry);
+        auto* const words = reinterpret_cast<U32*>(buffer);
+        words[HashTestRow::keyWord] = item.key().value();
+        words[HashTestRow::resultWord] = item.result().value();
+        setStaticBuffer(location, buffer);
+    }
+
+    Ptr nullHashEntry() override { return testTable().createHashEntry(HashTestKey(), false); }
+
+    Ptr decodeHwEntry(HwIndex index) override {
+        auto const stored = convertor()->hwTable(0)->storedEntry(index);
+        if (!stored) return nullptr;
+        auto const item = testTable().createHashEntry(stored->data(HashTestRow::keyWord), true);
+        item->resultIs(stored->data(HashTestRow::resultWord));
+        item->validIs(stored->data(HashTestRow::resultWord) != 0);
+        SORN_TRACE(handle, 7, "Decoded entry is {}", item->toStrep());
+        if (copiesDiffer(index, *stored)) testTable().hwInconsistentEntryIs(item->key(), true);
+        return item;
+    }
+
+private:
+    HashTestTable& testTable() const { return static_cast<HashTestTable&>(*swTable()); }
+
+    bool copiesDiffer(HwIndex index, NerioSwitchApi::HwEntryConfig const& first) const {
+        auto const& tables = convertor()->hwTables();
+        return std::any_of(tables.begin(), tables.end(), [&](auto const& member) {
+            auto const copy = member.second->storedEntry(index).value_or(
+                NerioSwitchApi::HwEntryConfig(NerioSwitchApi::HwEntryConfig::noIndex));
+            for (U8 word = 0; word < geometry.entryWords; ++word) {
+                if (copy.data(word) != first.data(word)) return true;
+            }
+            return false;
+        });
+    }
+};
+
+/** One hardware table for each pipeline, all of them copies. */
+class HashConvertorTestTable final : public NerioSwitchApi::PhysicalHashTableConvertor {
+public:
+    HashConvertorTestTable() {
+        strobeBitsAre(15, 16);
+        hwStaticWordIs(HashTestRow::controlWord, 0xFFFFFFFF);
+    }
+
+    void handleInitialized() override { hwStaticWordIs(HashTestRow::controlWord, 0xFFFFFFFF); }
+
+    void doCreateHwTables(NerioSwitchApi::TableState state) override {
+        for (U32 pipeline = 0; pipeline < profile()->numPipelines; ++pipeline) {
+            auto const name = SwTable::hwTableName(swTable(0)->name(), profile()->profileName(),
+                                                   TableConstants::tableName(tableIndex), pipeline);
+            auto const registers = NerioSwitchApi::addressesOf(
+                Sorn::_fmt("pipeline[%u]/processor/", pipeline), {"hash_data0", "hash_data1", "hash_ctl"});
+            auto const mapping = Belmo::make<NerioSwitchApi::HwTableRegisterMappingConst>(name, registers);
+            auto const descriptor =
+                descriptorConfig().hwTableDescIs(name, pipeline, profile()->profileName(), state, 0,
+                                                 tableSize() * numHashTables() - 1, mapping);
+            auto const table = collection().hwTable(name);
+            BELMO_ASSERT(table);
+            hwTableIs(pipeline, table->config());
+            descriptorIs(pipeline, descriptor);
+        }
+    }
+};
+
+}  // namespace
+
+HashTestTableCuckooEntry::~HashTestTableCuckooEntry() = default;
+
+U32 HashTestTableCuckooEntry::getHash(U8 hashNumber) const {
+    return key().value() >> (hashNumber * 3) & 7;
+}
+
+Belmo::String HashTestTableCuckooEntry::toStrep() const {
+    return Sorn::_fmt("HashTestTableCuckooEntry( %u, %u )", key().value(), result().value());
+}
+
+HashTestTable::HashTestTable(Belmo::String const& name)
+    : HashTable<HashTestTableCuckooEntry, TestEntryStatus>(name) {
+    statusSupportedIs(true);
+    hitBitsSupportedIs(true);
+    hwTablesDuplicateIs(true);
+}
+
+HashTestTable::~HashTestTable() = default;
+
+U32 HashTestTable::swTableId() const {
+    return tableIndex;
+}
+
+Belmo::Ptr<NerioSwitchApi::PhysicalHashTableConvertor> HashTestTable::profileConvertorFactory() const {
+    return Belmo::make<HashConvertorTestTable>();
+}
+
+Belmo::Ptr<NerioSwitchApi::HashBaseHelper> HashTestTable::hashBaseHelperFactory() const {
+    return Belmo::make<HashTestHelper>();
+}
+
+Belmo::Ptr<HashTestTableCuckooEntry> HashTestTable::newItem(HashTestKey const& key) const {
+    return Belmo::make<HashTestTableCuckooEntry>(key);
+}
+
+Sorn::TraceHandle const& HashTestTable::trace() const {
+    return handle;
+}
+
+Belmo::Ptr<HashTestTable> HashTestTableIs(Belmo::String const& name) {
+    return Belmo::make<HashTestTable>(name);
+}
+
+Belmo::Ptr<HashTestTable> hashTestTableFactory(Belmo::String const& name) {
+    return HashTestTableIs(name);
+}
+
+}  // namespace NerioSwitchTable

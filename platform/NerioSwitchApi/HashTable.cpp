@@ -1,0 +1,222 @@
+#include "NerioSwitchApi/HashTable.h"
+
+#include <algorithm>
+
+#include "Belmo/Assert.h"
+
+namespace NerioSwitchApi {
+
+using Dovra::Cuckoo::CuckooLocation;
+using Dovra::Cuckoo::Outcome;
+
+PhysicalHashProperties::~PhysicalHashProperties() = default;
+HashBaseCuckooEntry::~HashBaseCuckooEntry() = default;
+HashBaseHelper::~HashBaseHelper() = default;
+HashBaseTable::~HashBaseTable() = default;
+PhysicalHashTableConvertor::~PhysicalHashTableConvertor() = default;
+
+U32 HashBaseCuckooEntry::swTableId() const {
+    return table_ == nullptr ? 0 : table_->swTableId();
+}
+
+void HashBaseHelper::doInit() {}
+
+bool HashBaseHelper::entryOwned(HwIndex) const {
+    return true;
+}
+
+void HashBaseTable::lastHitByHashItemIs(Belmo::Ptr<Dovra::Cuckoo::HashItem const> const&, Belmo::Duration) {}
+
+void HashBaseTable::doSetProfileConvertor(Belmo::Ptr<SwTableTypes> const& types) {
+    auto const convertor = profileConvertorFactory();
+    convertor->typesAre(*types);
+    convertor->profileIs(profile());
+    helper_ = hashBaseHelperFactory();
+    helper_->swTableIs(this);
+    helper_->convertorIs(convertor.get());
+    helper_->doInit();
+    convertor->swTableIs(*this, helper_);
+    hashConvertor_ = convertor.get();
+    profileConvertorPtrIs(convertor);
+    doInitStatus();
+}
+
+void PhysicalHashTableConvertor::swTableIs(HashBaseTable& table, Belmo::Ptr<HashBaseHelper> const& helper) {
+    tables_.push_back(&table);
+    helpers_.push_back(helper);
+    if (properties_) return;
+    properties_ = helper->doGetPhysTableProperties();
+    occupancy_.emplace(static_cast<U8>(numHashTables()), tableSize());
+    planner_.emplace(*occupancy_);
+    items_.resize(occupancy_->slots());
+    nullItem_ = helper->nullHashEntry();
+}
+
+CuckooLocation PhysicalHashTableConvertor::location(HwIndex index) const {
+    U8 const table = occupancy_->wayOf(index);
+    return {index - occupancy_->slotOf(table, 0), table};
+}
+
+Dovra::Cuckoo::Rows PhysicalHashTableConvertor::rowsOf(HashBaseCuckooEntry const& entry) const {
+    Dovra::Cuckoo::Rows rows{};
+    for (U8 way = 0; way < occupancy_->ways(); ++way)
+        rows[way] = static_cast<U16>(entry.getHash(way));
+    return rows;
+}
+
+PhysicalHashTableConvertor::Words PhysicalHashTableConvertor::wordsOf(
+    Belmo::Ptr<HashBaseCuckooEntry> const& entry, HwIndex index) const {
+    Words words{};
+    auto const& helper = entry->table() == nullptr ? helpers_.front() : entry->table()->helper();
+    helper->setHwBuffer(entry, location(index), reinterpret_cast<U8*>(words.data()));
+    return words;
+}
+
+/** Whether the shadow lacks the row or holds other content there; control bits are no content. */
+bool PhysicalHashTableConvertor::differs(HwTableConfig const& table, HwIndex index,
+                                         Words const& words) const {
+    auto const stored = table.storedEntry(index);
+    if (!stored) return true;
+    for (U8 i = 0; i < entryWords(); ++i) {
+        if (((stored->data(i) ^ words[i]) & ~hwStaticWord(i)) != 0) return true;
+    }
+    return false;
+}
+
+void PhysicalHashTableConvertor::write(HwIndex index, Words const& words) {
+    HwEntryConfig const entry(index, std::span(words), entryWords());
+    for (auto const& [id, table] : hwTables()) {
+        if (differs(*table, index, words)) table->entryIs(entry);
+    }
+}
+
+/** Records that an item lives in a row now; the row it came from is free. */
+void PhysicalHashTableConvertor::settle(Belmo::Ptr<HashBaseCuckooEntry> const& entry, HwIndex index,
+                                        Dovra::Cuckoo::Rows const& rows) {
+    occupancy_->take(index, rows);
+    if (entry->placed()) vacate(entry->hwIndex());
+    items_[index] = entry;
+    entry->hwIndex_ = index;
+}
+
+void PhysicalHashTableConvertor::vacate(HwIndex index) {
+    occupancy_->release(index);
+    items_[index]->hwIndex_ = HwEntryConfig::noIndex;
+    items_[index] = nullptr;
+}
+
+/** Clears rows that a failure of the bus left behind, before anything else is placed or found beside them. */
+void PhysicalHashTableConvertor::clearLeftovers() {
+    while (!leftovers_.empty()) {
+        HwIndex const index = leftovers_.back();
+        if (!items_[index]) write(index, nullWords(index));
+        leftovers_.pop_back();
+    }
+}
+
+bool PhysicalHashTableConvertor::handleHashEntry(Belmo::Ptr<HashBaseCuckooEntry> const& entry) {
+    clearLeftovers();
+    if (!entry->valid()) {
+        remove(entry);
+        return true;
+    }
+    if (entry->placed()) {
+        write(entry->hwIndex(), wordsOf(entry, entry->hwIndex()));
+    } else if (!place(entry)) {
+        ++failedPlacements_;
+        return false;
+    }
+    updateHashEntryCounter(entry, true);
+    return true;
+}
+
+bool PhysicalHashTableConvertor::place(Belmo::Ptr<HashBaseCuckooEntry> const& entry) {
+    auto const rows = rowsOf(*entry);
+    auto const& plan = planner_->plan(rows);
+    if (plan.outcome != Outcome::placed) return false;
+    // The first move goes to a free row, and each next one to the row before it: the item that leaves a row
+    // stands in its new one already. Until that row is overwritten it is a leftover, should the bus fail.
+    HwIndex target = plan.moves.empty() ? plan.slot : plan.moves.front().to;
+    leftovers_.push_back(target);
+    for (auto const& move : plan.moves) {
+        auto const item = items_[move.from];
+        write(move.to, wordsOf(item, move.to));
+        settle(item, move.to, occupancy_->rowsOf(move.from));
+        leftovers_.back() = move.from;
+    }
+    write(plan.slot, wordsOf(entry, plan.slot));
+    settle(entry, plan.slot, rows);
+    leftovers_.pop_back();
+    ++moveHistogram_[std::min(plan.moves.size(), moveHistogram_.size() - 1)];
+    return true;
+}
+
+void PhysicalHashTableConvertor::remove(Belmo::Ptr<HashBaseCuckooEntry> const& entry) {
+    updateHashEntryCounter(entry, false);
+    if (entry->placed()) {
+        HwIndex const index = entry->hwIndex();
+        leftovers_.push_back(index);
+        vacate(index);
+        clearLeftovers();
+    }
+    if (entry->table() != nullptr) entry->table()->hashItemDelFromHashItem(entry);
+}
+
+void PhysicalHashTableConvertor::updateHashEntryCounter(Belmo::Ptr<HashBaseCuckooEntry const> const& entry,
+                                                        bool add) {
+    // Whether an item is counted is the framework's own mark on it, not part of what the item says.
+    auto& counted = const_cast<HashBaseCuckooEntry&>(*entry).counted_;  // NOLINT
+    if (counted == add) return;
+    counted = add;
+    if (auto const counter = entryCounter(0))
+        counter->usedIs(add ? counter->used() + 1 : counter->used() - 1);
+}
+
+void PhysicalHashTableConvertor::handleHitBitEntry(HwTableId, HwIndex) {}
+
+void PhysicalHashTableConvertor::initHwEntries(bool resetHw, U32 /*id*/) {
+    for (auto* table : tables_)
+        table->handleAllEntries();
+    for (HwIndex index = 0; index < items_.size(); ++index) {
+        if (items_[index]) continue;
+        auto const words = nullWords(index);
+        for (auto const& [id, table] : hwTables()) {
+            if (resetHw || differs(*table, index, words)) {
+                table->entryIs(HwEntryConfig(index, std::span(words), entryWords()));
+            }
+        }
+    }
+}
+
+void PhysicalHashTableConvertor::syncEntries(U32 /*id*/) {
+    for (HwIndex index = 0; index < items_.size(); ++index) {
+        if (hwTable(0)->storedEntry(index)) adopt(index);
+    }
+}
+
+/** Takes the item of a row over, unless the chip could not find it there or it stands in another row already.
+ */
+void PhysicalHashTableConvertor::adopt(HwIndex index) {
+    for (auto const& helper : helpers_) {
+        if (!helper->entryOwned(index)) continue;
+        auto const item = helper->decodeHwEntry(index);
+        if (!item || item->placed()) return;
+        auto const here = location(index);
+        if (!item->valid() || item->getHash(here.table) != here.row) {
+            helper->swTable()->hashItemDelFromHashItem(item);
+            return;
+        }
+        settle(item, index, rowsOf(*item));
+        updateHashEntryCounter(item, true);
+        helper->swTable()->entryIsByHashItem(item);
+        return;
+    }
+}
+
+std::optional<HwEntryConfig> PhysicalHashTableConvertor::wantedEntry(HwTableId, HwIndex index) const {
+    auto const& item = items_[index];
+    auto const words = item ? wordsOf(item, index) : nullWords(index);
+    return HwEntryConfig(index, std::span(words), entryWords());
+}
+
+}  // namespace NerioSwitchApi
