@@ -1,6 +1,7 @@
 #include "nerio/Switch.h"
 
 #include <fmt/format.h>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -17,6 +18,17 @@ void directoryIs(std::filesystem::path const& directory) {
     if (error && !std::filesystem::is_directory(directory)) {
         throw Belmo::ResourceException(
             fmt::format("cannot make {}: {}", directory.string(), error.message()));
+    }
+}
+
+/** The chip of a profile, whose numbers may ask for more registers than memory holds. */
+Belmo::Ptr<NerioSwitchApi::RegisterBus> chipOf(NerioSwitch::ProfileInfo const& profile,
+                                               Switch::Directory const& directory) {
+    try {
+        if (directory) return Chip::simulatedChip(profile, (*directory / "chip").string());
+        return Chip::simulatedChip(profile);
+    } catch (std::bad_alloc const&) {
+        throw Belmo::ResourceException("a chip of this profile does not fit into memory");
     }
 }
 
@@ -47,17 +59,14 @@ Agent::JsonTable* Switch::tableIs(Agent::TableSpec const& spec) {
 void Switch::open() {
     if (bus_) return;
     Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows;
-    Belmo::Ptr<NerioSwitchApi::RegisterBus> chip;
     if (directory_) {
         directoryIs(*directory_);
         shadows = NerioSwitchApi::mappedShadowStore((*directory_ / "shadow").string());
-        chip = Chip::simulatedChip(*profile_, (*directory_ / "chip").string());
     } else {
         shadows = NerioSwitchApi::memoryShadowStore();
-        chip = Chip::simulatedChip(*profile_);
     }
+    bus_ = Belmo::make<Chip::RecordingBus>(chipOf(*profile_, directory_));
     shadows_ = std::move(shadows);
-    bus_ = Belmo::make<Chip::RecordingBus>(chip);
 }
 
 std::unique_ptr<NerioSwitchApi::TableFramework> Switch::newFramework() const {

@@ -30,5 +30,9 @@ int main(int argc, char** argv) {
         fmt::print(stderr, "nerio: {}\n", failure.what());
         return Nerio::jobFailed;
     }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        fmt::print(stderr, "nerio: cannot write to standard output\n");
+        return Nerio::jobFailed;
+    }
     return status;
 }

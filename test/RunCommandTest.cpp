@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -321,6 +322,14 @@ TEST(CommandTest, ASubcommandIsRequired) {
         EXPECT_EQ(result.output, "");
         EXPECT_EQ(result.errors, errors);
     }
+}
+
+TEST(CommandTest, OutputThatIsLostIsAFailure) {
+    auto const run = std::string(NERIO_COMMAND) + " run > /dev/full 2> /dev/null";
+    EXPECT_EQ(WEXITSTATUS(std::system(run.c_str())), 1);
+    auto const script =
+        std::string("echo '{\"op\":\"capacity\"}' | ") + NERIO_COMMAND + " script > /dev/full 2> /dev/null";
+    EXPECT_EQ(WEXITSTATUS(std::system(script.c_str())), 1);
 }
 
 TEST(CommandTest, HelpAndVersionAreNoFailures) {
