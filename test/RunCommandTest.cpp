@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <ostream>
-#include <regex>
+#include <string_view>
 
 #include "CommandProcess.h"
 #include "TemporaryDirectory.h"
@@ -19,8 +19,15 @@ using NerioTest::runCommand;
 using testing::HasSubstr;
 
 /** A report with each time replaced, so that the rest can be compared. */
-std::string withoutTimes(std::string const& report) {
-    return std::regex_replace(report, std::regex(" *[0-9]+\\.[0-9]+ ms"), " TIME");
+std::string withoutTimes(std::string text) {
+    constexpr std::string_view unit = " ms\n";
+    for (auto end = text.find(unit); end != text.npos; end = text.find(unit, end)) {
+        auto const number = text.find_last_of(' ', end - 1);
+        auto const begin = text.find_last_not_of(' ', number) + 1;
+        text.replace(begin, end + unit.size() - 1 - begin, " TIME");
+        end = begin;
+    }
+    return text;
 }
 
 /** Every file below a directory with its contents. */
@@ -336,7 +343,7 @@ TEST(CommandTest, HelpAndVersionAreNoFailures) {
     EXPECT_EQ(runCommand({"--help"}).status, 0);
     auto const version = runCommand({"--version"});
     EXPECT_EQ(version.status, 0);
-    EXPECT_TRUE(std::regex_match(version.output, std::regex("[0-9]+\\.[0-9]+\\.[0-9]+\n"))) << version.output;
+    EXPECT_THAT(version.output, testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -12,7 +13,8 @@ using Agent::Json;
 /** A script in this process; lines and answers are JSON texts. */
 class ScriptLines {
 public:
-    explicit ScriptLines(Nerio::Switch::Directory directory = {}) : script_(std::move(directory)) {}
+    ScriptLines() = default;
+    explicit ScriptLines(std::filesystem::path const& directory) : script_(directory) {}
 
     Json operator()(std::string const& line) { return script_.answer(Json::parse(line)); }
 
