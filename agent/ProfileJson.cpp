@@ -176,8 +176,9 @@ Belmo::Ptr<ProfileInfo> profileFromJson(Json const& json, Place const& place,
     auto const& attributes = profileAttributes();
     for (auto const& [name, value] : json.items()) {
         if (name == "preset" || std::find(extra.begin(), extra.end(), name) != extra.end()) continue;
-        auto const known = std::find_if(attributes.begin(), attributes.end(),
-                                        [&](auto const& candidate) { return name == candidate.name; });
+        auto const known =
+            std::find_if(attributes.begin(), attributes.end(),
+                         [&name = name](auto const& candidate) { return name == candidate.name; });
         if (known == attributes.end()) {
             throw JsonException(place.member(name),
                                 fmt::format("unknown attribute {} of the profile", shown(name)));

@@ -15,9 +15,6 @@ constexpr char const* portRange =
 constexpr char const* rowRange =
     "RangeException: NerioSwitchApi::HwIndex::value < NerioSwitchApi::HwTableDescriptor::firstIndex or > "
     "NerioSwitchApi::HwTableDescriptor::lastIndex not allowed";
-constexpr char const* shadowRange =
-    "RangeException: NerioSwitchApi::HwIndex::value < NerioSwitchApi::ShadowTable::firstIndex or > "
-    "NerioSwitchApi::ShadowTable::lastIndex not allowed";
 constexpr char const* tooManyWords = "RangeException: an array of 9 data words is longer than the limit of 8";
 
 class ScriptFailureTest : public NerioTest::ScriptFixture {};
