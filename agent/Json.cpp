@@ -12,7 +12,8 @@ namespace {
 
 /** What the parser found, without its own names for where it was: "unexpected ']'; expected ..." */
 Belmo::String syntaxReason(std::string_view message) {
-    if (auto const begin = message.find(" - "); begin != message.npos) message.remove_prefix(begin + 3);
+    if (auto const begin = message.find(" - "); begin != std::string_view::npos)
+        message.remove_prefix(begin + 3);
     // What the parser read last can be as long as the text.
     return Belmo::String(message.substr(0, message.find("; last read: '")));
 }

@@ -27,7 +27,7 @@ Found againstSoftware(HwEntryConfig const& wanted, HwEntryConfig const& stored) 
 
 Found againstChip(HwTableConfig const& table, HwEntryConfig const& stored) {
     auto const registers = table.registersOf(stored.index());
-    for (U8 word = 0; word < registers.size(); ++word) {
+    for (U8 word = 0; word < static_cast<U8>(registers.size()); ++word) {
         if (!registers[word].exists()) continue;
         U32 const held = table.bus().read(registers[word]);
         if (word >= stored.size()) {
@@ -57,7 +57,7 @@ Found onRow(HwTableConfig const& table, HwIndex row, std::optional<HwEntryConfig
 
 Verification verify(NerioSwitchApi::SwTable const& table) {
     Verification result;
-    auto const convertor = table.profileConvertorPtr();
+    auto const& convertor = table.profileConvertorPtr();
     if (!convertor) return result;
     for (auto const& [id, descriptor] : convertor->descriptors()) {
         auto const& config = *convertor->hwTable(id);

@@ -67,7 +67,7 @@ StartMode modeOf(Json const& json) {
     auto const& mode = Agent::requiredString(json, "mode", line);
     if (mode == "cold") return StartMode::cold;
     if (mode == "warm") return StartMode::warm;
-    refuse(fmt::format("mode: {} is neither \"cold\" nor \"warm\"", Agent::shown(mode)));
+    refuse(fmt::format(R"(mode: {} is neither "cold" nor "warm")", Agent::shown(mode)));
 }
 
 U32 numberOf(Json const& json, char const* name) {

@@ -1,11 +1,14 @@
 #include <cstdio>
+#include <exception>
 #include <fmt/format.h>
 
 #include "Belmo/Exceptions.h"
 
 #include "nerio/Commands.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int runCommand(int argc, char** argv) {
     CLI::App app("Drives the tables of a simulated switch.", "nerio");
     app.require_subcommand(1);
     app.set_version_flag("--version", NERIO_VERSION);
@@ -26,13 +29,21 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
         return app.exit(error) == 0 ? Nerio::done : Nerio::badInput;
-    } catch (std::exception const& failure) {
-        fmt::print(stderr, "nerio: {}\n", failure.what());
-        return Nerio::jobFailed;
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         fmt::print(stderr, "nerio: cannot write to standard output\n");
         return Nerio::jobFailed;
     }
     return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return runCommand(argc, argv);
+    } catch (std::exception const& failure) {
+        std::fprintf(stderr, "nerio: %s\n", failure.what());
+        return Nerio::jobFailed;
+    }
 }

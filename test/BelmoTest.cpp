@@ -47,7 +47,7 @@ TEST(Ptr, CountsItsReferencesAndDestroysAtTheLast) {
     auto first = Belmo::make<Counted>(alive);
     EXPECT_EQ(first->references(), 1u);
     {
-        auto const second = first;
+        auto const second = first;  // NOLINT(performance-unnecessary-copy-initialization)
         EXPECT_EQ(first->references(), 2u);
         EXPECT_EQ(second, first);
     }
@@ -117,10 +117,11 @@ TEST(Ptr, IsCountedRightByManyThreads) {
         auto const shared = Belmo::make<Counted>(alive);
         std::vector<Ptr<Counted>> kept(8);
         std::vector<std::thread> threads;
+        threads.reserve(kept.size());
         for (auto& mine : kept) {
             threads.emplace_back([&shared, &mine] {
                 for (int i = 0; i < 20000; ++i) {
-                    Ptr<Counted> const copy = shared;
+                    Ptr<Counted> const copy = shared;  // NOLINT(performance-unnecessary-copy-initialization)
                     mine = copy;
                 }
             });

@@ -15,7 +15,7 @@ bool bitOf(U8 const* bytes, std::size_t bit) {
 }
 
 /** What `bitStreamSet` is to do, one bit after the other. */
-void modelSet(U8* bytes, std::size_t first, std::size_t length, U64 value) {
+void modelSet(U8* bytes, std::size_t first, std::size_t length, U64 value) {  // NOLINT: it writes
     for (std::size_t i = 0; i < length; ++i) {
         U8 const one = static_cast<U8>(1 << ((first + i) % 8));
         U8& byte = bytes[(first + i) / 8];

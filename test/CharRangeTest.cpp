@@ -18,7 +18,7 @@ using Sorn::CharRange;
 template <class Work>
 std::string refusal(char const* text, Work const& work) {
     CharRange range(text);
-    auto const failure = failureOf<Belmo::DeserializationException>([&] { work(range); });
+    auto failure = failureOf<Belmo::DeserializationException>([&] { work(range); });
     EXPECT_EQ(range.rest(), text) << "a refusal takes nothing";
     return failure;
 }

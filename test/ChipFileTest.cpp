@@ -119,7 +119,7 @@ TEST_F(ChipFile, AtFaultIsRefusedAndLeftAlone) {
     auto const whole = contentsOf(path_);
     auto const failureWith = [&](std::string const& contents) {
         contentsOfIs(path_, contents);
-        auto const failure = openFailure();
+        auto failure = openFailure();
         EXPECT_EQ(contentsOf(path_), contents);
         return failure;
     };

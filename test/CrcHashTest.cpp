@@ -234,7 +234,7 @@ TEST_P(CrcHash, MapsTwiceAsManyNeighbouringBitsOneToOneToPairsOfRows) {
             for (std::size_t i = 0; i < pairs.size(); ++i)
                 pairs[i] |= others[i] << crc.width;
             // Two ways tell all keys apart that are shorter than their rows together.
-            EXPECT_TRUE(everyWindowIsOneToOne(pairs, std::min<std::size_t>(2 * crc.width, bits)))
+            EXPECT_TRUE(everyWindowIsOneToOne(pairs, std::min<std::size_t>(2 * std::size_t{crc.width}, bits)))
                 << int{bits} << " bits, ways " << int{left} << " and " << int{right};
         }
     }

@@ -15,7 +15,6 @@ using NerioSwitchApi::HwIndex;
 using NerioTest::packed;
 using NerioTest::StartMode;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Pair;
 using testing::SizeIs;
 

@@ -34,7 +34,7 @@ protected:
     /** Memories that the chip has behind its control registers. */
     void memoriesAre(std::vector<Chip::MemoryDescription> memories) { memories_ = std::move(memories); }
     /** Called after every single register write from here on. */
-    void afterEveryWriteIs(std::function<void()> look) { watched_->look = std::move(look); }
+    void afterEveryWriteIs(std::function<void()> const& look) { watched_->look = look; }
 
     /** Makes the chip and a new table; it is not attached yet. */
     Table& make() {

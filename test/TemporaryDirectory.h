@@ -47,7 +47,7 @@ inline std::string contentsOf(std::string const& path) {
 inline void contentsOfIs(std::string const& path, std::string const& contents) {
     namespace fs = std::filesystem;
     if (!fs::exists(path)) {
-        std::ofstream{path};
+        std::ofstream const made(path);
         fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
     }
     std::fstream(path, std::ios::binary | std::ios::in | std::ios::out) << contents;

@@ -19,7 +19,7 @@ public:
     constexpr bool isNever() const { return seconds_ == std::numeric_limits<double>::infinity(); }
 
     friend constexpr bool operator==(Duration, Duration) = default;
-    friend constexpr auto operator<=>(Duration, Duration) = default;
+    friend constexpr auto operator<=>(Duration, Duration) = default;  // NOLINT(modernize-use-nullptr)
     constexpr U32 hash(U32 seed) const { return Sorn::hashOf(seconds_, seed); }
 
 private:

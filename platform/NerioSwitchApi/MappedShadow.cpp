@@ -26,7 +26,7 @@ Belmo::String fileName(std::string_view tableName) {
     constexpr std::size_t longest = 200;
     Belmo::String name;
     for (char const character : tableName) {
-        if (kept.find(character) != kept.npos) {
+        if (kept.find(character) != std::string_view::npos) {
             name += character;
         } else {
             name += fmt::format("%{:02X}", static_cast<unsigned char>(character));
