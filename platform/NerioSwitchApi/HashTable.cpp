@@ -172,7 +172,12 @@ void PhysicalHashTableConvertor::updateHashEntryCounter(Belmo::Ptr<HashBaseCucko
         counter->usedIs(add ? counter->used() + 1 : counter->used() - 1);
 }
 
-void PhysicalHashTableConvertor::handleHitBitEntry(HwTableId, HwIndex) {}
+void PhysicalHashTableConvertor::handleHitBitEntry(HwTableId id, HwIndex index) {
+    auto const hit = hitBitTable(id)->entry(index);
+    auto const item = items_.at(index);
+    if (!hit || !item || item->table() == nullptr) return;
+    item->table()->lastHitByHashItemIs(item, hit->time());
+}
 
 void PhysicalHashTableConvertor::initHwEntries(bool resetHw, U32 /*id*/) {
     for (auto* table : tables_)

@@ -28,6 +28,11 @@ void TableFramework::tableIs(Belmo::Ptr<SwTable> const& table, StartMode mode) {
     }
 }
 
+U32 TableFramework::pollHitBits(Belmo::Duration now) {
+    auto const tables = types_->hwTableCollection->hitBitTablesInUse();
+    return NerioSwitchApi::pollHitBits(types_->hwTableDescriptorConfig->bus(), tables, now);
+}
+
 void TableFramework::bringUp(SwTable& table, StartMode mode) {
     table.doSetProfileConvertor(types_);
     auto const convertor = table.profileConvertorPtr();
