@@ -164,7 +164,7 @@ protected:
     }
     U32 used() { return framework->gauges().counters().front()->used(); }
 
-    static constexpr char const* memoryName = "pipeline[0]/processor/rows";
+    static constexpr char const* memoryName = "pipeline[0]/processor/hashTest";
     Belmo::Ptr<NerioSwitch::ProfileInfo> profile = NerioSwitch::profilePreset("default");
     Belmo::Ptr<Chip::SimulatedChip> chip = Chip::simulatedChip(*profile);
     Belmo::Ptr<Chip::RecordingBus> bus = Belmo::make<Chip::RecordingBus>(chip);
