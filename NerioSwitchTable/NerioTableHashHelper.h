@@ -15,6 +15,7 @@ public:
     ~NerioTableHashHelper() override;
 
     TableIndex tableIdx() const { return tableIdx_; }
+    U32 physTableIndex() const override { return tableIdx_; }
     /** The software table's profile. */
     Belmo::Ptr<NerioSwitch::ProfileInfo const> const& profile() const;
     /** Names the helper as people know its table. */
