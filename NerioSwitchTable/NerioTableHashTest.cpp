@@ -5,6 +5,7 @@
 #include "Sorn/Format.h"
 
 #include "NerioSwitchTable/BitField.h"
+#include "NerioSwitchTable/NerioHitBitUtil.h"
 
 namespace NerioSwitchTable {
 
@@ -106,16 +107,14 @@ public:
         for (U32 pipeline = 0; pipeline < profile()->numPipelines; ++pipeline) {
             auto const name = SwTable::hwTableName(swTable(0)->name(), profile()->profileName(),
                                                    TableConstants::tableName(tableIndex), pipeline);
-            auto const registers = NerioSwitchApi::addressesOf(
-                Sorn::_fmt("pipeline[%u]/processor/", pipeline), {"hash_data0", "hash_data1", "hash_ctl"});
-            auto const mapping = Belmo::make<NerioSwitchApi::HwTableRegisterMappingConst>(name, registers);
-            auto const descriptor =
-                descriptorConfig().hwTableDescIs(name, pipeline, profile()->profileName(), state, 0,
-                                                 tableSize() * numHashTables() - 1, mapping);
-            auto const table = collection().hwTable(name);
-            BELMO_ASSERT(table);
-            hwTableIs(pipeline, table->config());
-            descriptorIs(pipeline, descriptor);
+            auto const prefix = Sorn::_fmt("pipeline[%u]/processor/", pipeline);
+            auto const registers =
+                NerioSwitchApi::addressesOf(prefix, {"hash_data0", "hash_data1", "hash_ctl"});
+            HwIndex const lastRow = tableSize() * numHashTables() - 1;
+            createHwTable(pipeline, state, 0, lastRow,
+                          Belmo::make<NerioSwitchApi::HwTableRegisterMappingConst>(name, registers));
+            createHitBitTable(pipeline, state, 0, lastRow, name,
+                              getHitBitMapping(prefix, tableSize(), numHashTables(), 0));
         }
     }
 };

@@ -32,12 +32,7 @@ public:
         for (U32 port = 0; port < profile.numPorts; ++port) {
             mapping->regsIs(port, NerioSwitchApi::addressOf(registerOfPort(port)));
         }
-        auto const descriptor = this->descriptorConfig().hwTableDescIs(name, 0, profile.profileName(), state,
-                                                                       0, profile.numPorts - 1u, mapping);
-        auto const table = this->collection().hwTable(name);
-        BELMO_ASSERT(table);
-        this->hwTableIs(0, table->config());
-        this->descriptorIs(0, descriptor);
+        this->createHwTable(0, state, 0, profile.numPorts - 1u, mapping);
     }
 
     void checkKey(Key const& key) const override {

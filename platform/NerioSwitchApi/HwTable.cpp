@@ -72,6 +72,19 @@ Belmo::Ptr<HwTable> HwTableCollection::hwTable(Belmo::String const& name) const 
     return found == tables_.end() ? nullptr : found->second;
 }
 
+Belmo::Ptr<HitBitTable> HwTableCollection::hitBitTable(Belmo::String const& name) const {
+    auto const found = hitBitTables_.find(name);
+    return found == hitBitTables_.end() ? nullptr : found->second;
+}
+
+std::vector<Belmo::Ptr<HitBitTableConfig>> HwTableCollection::hitBitTablesInUse() const {
+    std::vector<Belmo::Ptr<HitBitTableConfig>> all;
+    for (auto const& [name, table] : hitBitTables_) {
+        if (table->config()->hasConvertor()) all.push_back(table->config());
+    }
+    return all;
+}
+
 HwTableDescriptorConfig::HwTableDescriptorConfig(Belmo::Ptr<RegisterBus> bus, Belmo::Ptr<ShadowStore> shadows,
                                                  Belmo::Ptr<HwTableCollection> collection)
     : bus_(std::move(bus)), shadows_(std::move(shadows)), collection_(std::move(collection)) {}
@@ -100,6 +113,14 @@ Belmo::Ptr<HwTableDescriptor> HwTableDescriptorConfig::hwTableDescIs(
     auto descriptor = Belmo::make<HwTableDescriptor>(name, id, firstIndex, lastIndex);
     descriptors_[name] = descriptor;
     return descriptor;
+}
+
+Belmo::Ptr<HitBitTableDescriptor> HwTableDescriptorConfig::hitBitTableDescIs(
+    Belmo::String const& name, HwTableId id, Belmo::String const& /*profileName*/, HitBitTableAccessMode mode,
+    HwIndex firstIndex, HwIndex lastIndex, Belmo::Ptr<HitBitReadInfoWrapper> const& readInfo) {
+    auto config = Belmo::make<HitBitTableConfig>(readInfo, firstIndex, lastIndex, *bus_);
+    collection_->hitBitTableIs(name, Belmo::make<HitBitTable>(std::move(config)));
+    return Belmo::make<HitBitTableDescriptor>(name, id, mode, firstIndex, lastIndex);
 }
 
 }  // namespace NerioSwitchApi

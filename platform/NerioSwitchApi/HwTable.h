@@ -8,6 +8,7 @@
 
 #include "Belmo/Export.h"
 #include "Belmo/Ptr.h"
+#include "NerioSwitchApi/HitBits.h"
 #include "NerioSwitchApi/HwRegisters.h"
 #include "NerioSwitchApi/HwTypes.h"
 #include "NerioSwitchApi/RegisterBus.h"
@@ -114,9 +115,17 @@ public:
     Belmo::Ptr<HwTable> hwTable(Belmo::String const& name) const;
     void hwTableIs(Belmo::String const& name, Belmo::Ptr<HwTable> const& table) { tables_[name] = table; }
     void hwTableDel(Belmo::String const& name) { tables_.erase(name); }
+    /** The hit-bit table of that name; null if there is none. */
+    Belmo::Ptr<HitBitTable> hitBitTable(Belmo::String const& name) const;
+    void hitBitTableIs(Belmo::String const& name, Belmo::Ptr<HitBitTable> const& table) {
+        hitBitTables_[name] = table;
+    }
+    /** The hit-bit tables whose convertors live. */
+    std::vector<Belmo::Ptr<HitBitTableConfig>> hitBitTablesInUse() const;
 
 private:
     std::map<Belmo::String, Belmo::Ptr<HwTable>> tables_;
+    std::map<Belmo::String, Belmo::Ptr<HitBitTable>> hitBitTables_;
 };
 
 /** Makes hardware tables from what convertors declare. */
@@ -135,6 +144,13 @@ public:
                                                 Belmo::String const& profileName, TableState state,
                                                 HwIndex firstIndex, HwIndex lastIndex,
                                                 Belmo::Ptr<HwTableRegisterMapping> const& mapping);
+    /** Declares the hit bits of a hardware table, and makes their table in the same way. */
+    Belmo::Ptr<HitBitTableDescriptor> hitBitTableDescIs(Belmo::String const& name, HwTableId id,
+                                                        Belmo::String const& profileName,
+                                                        HitBitTableAccessMode mode, HwIndex firstIndex,
+                                                        HwIndex lastIndex,
+                                                        Belmo::Ptr<HitBitReadInfoWrapper> const& readInfo);
+    RegisterBus& bus() const { return *bus_; }
     /** The descriptor of that name, if a living convertor uses it; null otherwise. */
     Belmo::Ptr<HwTableDescriptor> hwTableDesc(Belmo::String const& name) const;
 

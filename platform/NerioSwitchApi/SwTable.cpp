@@ -22,7 +22,10 @@ Belmo::String escaped(Belmo::String const& part) {
 
 }  // namespace
 
-SwTableProfileConvertor::~SwTableProfileConvertor() = default;
+SwTableProfileConvertor::~SwTableProfileConvertor() {
+    for (auto const& [id, table] : hitBitTables_)
+        table->convertorIs(nullptr, id);
+}
 
 void SwTableProfileConvertor::handleHitBitEntry(HwTableId, HwIndex) {}
 void SwTableProfileConvertor::doInitTableStats() {}
@@ -48,7 +51,40 @@ void SwTableProfileConvertor::typesAre(SwTableTypes const& types) {
     collection_ = types.hwTableCollection;
 }
 
+void SwTableProfileConvertor::hitBitTableIs(HwTableId id, Belmo::Ptr<HitBitTableConfig> const& table) {
+    table->convertorIs(this, id);
+    hitBitTables_[id] = table;
+}
+
+void SwTableProfileConvertor::createHwTable(HwTableId id, TableState state, HwIndex firstIndex,
+                                            HwIndex lastIndex,
+                                            Belmo::Ptr<HwTableRegisterMapping> const& mapping) {
+    auto const& name = mapping->name();
+    auto const descriptor = descriptorConfig_->hwTableDescIs(name, id, profile_->profileName(), state,
+                                                             firstIndex, lastIndex, mapping);
+    auto const table = collection_->hwTable(name);
+    BELMO_ASSERT(table);
+    hwTableIs(id, table->config());
+    descriptorIs(id, descriptor);
+}
+
+void SwTableProfileConvertor::createHitBitTable(HwTableId id, TableState state, HwIndex firstIndex,
+                                                HwIndex lastIndex, Belmo::String const& name,
+                                                Belmo::Ptr<HitBitReadInfoWrapper> const& readInfo) {
+    auto const mode = SwTable::hitBitAccessModeMapping(state);
+    auto const descriptor = descriptorConfig_->hitBitTableDescIs(name, id, profile_->profileName(), mode,
+                                                                 firstIndex, lastIndex, readInfo);
+    auto const hitTable = collection_->hitBitTable(name);
+    BELMO_ASSERT(hitTable);
+    hitBitTableIs(id, hitTable->config());
+    hitDescriptorIs(id, descriptor);
+}
+
 SwTable::~SwTable() = default;
+
+HitBitTableAccessMode SwTable::hitBitAccessModeMapping(TableState state) {
+    return state == TableState::reset ? HitBitTableAccessMode::afterReset : HitBitTableAccessMode::live;
+}
 
 U32 SwTable::swTableId() const {
     return 0;
@@ -68,6 +104,10 @@ void SwTable::syncEntries() {
 
 void SwTable::doInitComplete() {
     initialized_ = true;
+}
+
+void SwTable::doDetach() {
+    convertor_ = nullptr;
 }
 
 Belmo::String SwTable::hwTableName(Belmo::String const& swTableName, Belmo::String const& profileName,

@@ -16,6 +16,7 @@
 namespace NerioSwitchApi {
 
 class SwTable;
+class PhysicalHashTableConvertor;
 
 using TableGauge::CapacityTableIndex;
 
@@ -26,6 +27,8 @@ struct SwTableTypes : Belmo::Node {
 
     Belmo::Ptr<HwTableDescriptorConfig> hwTableDescriptorConfig;
     Belmo::Ptr<HwTableCollection> hwTableCollection;
+    /** The physical hash tables that several software tables may share, by their helpers' table index. */
+    std::map<U32, PhysicalHashTableConvertor*> sharedHashTables;
 };
 
 /**
@@ -36,6 +39,7 @@ class BELMO_EXPORT SwTableProfileConvertor : public Belmo::Node {
 public:
     using DescriptorMap = std::map<HwTableId, Belmo::Ptr<HwTableDescriptor>>;
     using HwTableMap = std::map<HwTableId, Belmo::Ptr<HwTableConfig>>;
+    using HitBitTableMap = std::map<HwTableId, Belmo::Ptr<HitBitTableConfig>>;
 
     ~SwTableProfileConvertor() override;
 
@@ -71,6 +75,18 @@ public:
     }
     void hwTableIs(HwTableId id, Belmo::Ptr<HwTableConfig> const& table) { hwTables_[id] = table; }
 
+    HitBitTableMap const& hitBitTables() const { return hitBitTables_; }
+    /** Descriptor and table of the hit bits that go with a hardware table. */
+    Belmo::Ptr<HitBitTableDescriptor> const& hitDescriptor(HwTableId id) const {
+        return hitDescriptors_.at(id);
+    }
+    Belmo::Ptr<HitBitTableConfig> const& hitBitTable(HwTableId id) const { return hitBitTables_.at(id); }
+
+    void hitDescriptorIs(HwTableId id, Belmo::Ptr<HitBitTableDescriptor> const& descriptor) {
+        hitDescriptors_[id] = descriptor;
+    }
+    void hitBitTableIs(HwTableId id, Belmo::Ptr<HitBitTableConfig> const& table);
+
     /** Bits of a data word that are control bits and not part of an entry's content. */
     void hwStaticWordIs(U8 dataArrayIndex, U32 mask) { staticWords_.at(dataArrayIndex) = mask; }
     void hwStaticWordDel(U8 dataArrayIndex) { staticWords_.at(dataArrayIndex) = 0; }
@@ -90,6 +106,12 @@ public:
 protected:
     HwTableDescriptorConfig& descriptorConfig() const { return *descriptorConfig_; }
     HwTableCollection& collection() const { return *collection_; }
+    /** Declares a hardware table of these rows and records both its halves under `id`. */
+    void createHwTable(HwTableId id, TableState state, HwIndex firstIndex, HwIndex lastIndex,
+                       Belmo::Ptr<HwTableRegisterMapping> const& mapping);
+    /** The same for the hit bits of the hardware table of that name. */
+    void createHitBitTable(HwTableId id, TableState state, HwIndex firstIndex, HwIndex lastIndex,
+                           Belmo::String const& name, Belmo::Ptr<HitBitReadInfoWrapper> const& readInfo);
     void strobeBitsAre(U8 read, U8 write) {
         readStrobeBit_ = read;
         writeStrobeBit_ = write;
@@ -98,6 +120,8 @@ protected:
 private:
     DescriptorMap descriptors_;
     HwTableMap hwTables_;
+    std::map<HwTableId, Belmo::Ptr<HitBitTableDescriptor>> hitDescriptors_;
+    HitBitTableMap hitBitTables_;
     std::array<U32, maxEntryWords> staticWords_{};
     U8 readStrobeBit_ = 0;
     U8 writeStrobeBit_ = 0;
@@ -125,6 +149,8 @@ public:
     virtual void syncEntries();
     /** The end of bring-up: from here on changes reach hardware. */
     virtual void doInitComplete();
+    /** Bring-up failed: the convertor goes, to be made anew by the next attempt. */
+    virtual void doDetach();
 
     Belmo::String const& name() const { return name_; }
     Belmo::Ptr<NerioSwitch::ProfileInfo const> const& profile() const { return profile_; }
@@ -147,6 +173,8 @@ public:
     bool hitBitsSupported() const { return hitBitsSupported_; }
     /** The table's hardware tables are copies of each other. */
     bool hwTablesDuplicate() const { return hwTablesDuplicate_; }
+
+    static HitBitTableAccessMode hitBitAccessModeMapping(TableState state);
 
     /** The unique name of a hardware table: the parts joined by "/", with "/" and "%" in them escaped. */
     static Belmo::String hwTableName(Belmo::String const& swTableName, Belmo::String const& profileName,

@@ -23,9 +23,14 @@ void TableFramework::tableIs(Belmo::Ptr<SwTable> const& table, StartMode mode) {
     try {
         bringUp(*table, mode);
     } catch (...) {
-        table->profileConvertorPtrIs(nullptr);
+        table->doDetach();
         throw;
     }
+}
+
+U32 TableFramework::pollHitBits(Belmo::Duration now) {
+    auto const tables = types_->hwTableCollection->hitBitTablesInUse();
+    return NerioSwitchApi::pollHitBits(types_->hwTableDescriptorConfig->bus(), tables, now);
 }
 
 void TableFramework::bringUp(SwTable& table, StartMode mode) {

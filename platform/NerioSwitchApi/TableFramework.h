@@ -30,6 +30,12 @@ public:
      */
     void tableIs(Belmo::Ptr<SwTable> const& table, StartMode mode);
 
+    /**
+     * Reads the hit bits of every table that has them. Each hit reaches its entry's status with the time
+     * `now`, in seconds. Returns the number of hits; throws `BusException`.
+     */
+    U32 pollHitBits(Belmo::Duration now);
+
     Belmo::Ptr<NerioSwitch::ProfileInfo const> const& profile() const { return profile_; }
     TableGauge::Gauges const& gauges() const { return *gauges_; }
 
