@@ -159,6 +159,11 @@ void AclHashHelper::setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLoca
     setStaticBuffer(location, buffer);
 }
 
+/** A profile may speak of more rows than the hash can name; control words cannot name them either. */
+bool AclHashHelper::reachable(Dovra::Cuckoo::CuckooLocation const& location) const {
+    return location.row < U32{1} << format().rowBits();
+}
+
 AclHashHelper::Ptr AclHashHelper::nullHashEntry() {
     return aclTable().createHashEntry(AclHashKey(), false);
 }

@@ -107,6 +107,7 @@ public:
     void setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLocation const& location,
                      Sorn::BytePtr buffer) override;
     Ptr nullHashEntry() override;
+    bool reachable(Dovra::Cuckoo::CuckooLocation const& location) const override;
     /** Throws `Belmo::RangeException` for a row whose key cannot be one. */
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
 

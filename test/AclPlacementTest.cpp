@@ -46,7 +46,7 @@ protected:
     Random& random() { return random_; }
 
     std::optional<Chip::AclHit> find(AclHashKey const& key) const {
-        return lookup_->find(packetFor(key), key.combination().value(), 0);
+        return lookup_->find(packetOf(key), key.combination().value(), 0);
     }
     bool isProgrammed(AclHashKey const& key) {
         return table().tableStatus()->entryStatus(key).status() == programmed;

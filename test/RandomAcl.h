@@ -1,9 +1,8 @@
 #pragma once
 
-#include <algorithm>
-
 #include "NerioSwitch/AclHash.h"
 
+#include "AclPackets.h"
 #include "RandomValue.h"
 #include "chip/AclLookup.h"
 
@@ -73,21 +72,6 @@ inline NerioSwitch::AclHashResult randomAclResult(Random& random, U8 physTableId
             1, NerioSwitch::HwAclRule().priorityIs(below(random, 16)).ruleFlagIs(below(random, 2) != 0));
     }
     return result;
-}
-
-/** A packet that the key is made for. */
-inline Chip::AclFields packetFor(NerioSwitch::AclHashKey const& key) {
-    Chip::AclFields fields;
-    fields.aclId = static_cast<U8>(std::min<U32>(key.aclId(), 15));
-    fields.firstAddress = key.firstPrefix().address().hostOrder();
-    fields.firstLength = key.firstPrefix().len();
-    fields.secondAddress = key.secondPrefix().address().hostOrder();
-    fields.secondLength = key.secondPrefix().len();
-    if (key.port() != 0 || key.portIsZero()) fields.port = key.port();
-    fields.protocol = key.protocol().value();
-    fields.vrf = static_cast<U8>(key.vrfId().value() & 7);
-    fields.keyFlag = key.keyFlag();
-    return fields;
 }
 
 /** What the chip is to say of a rule. */
