@@ -1,4 +1,6 @@
 // How hit bits are described, polled, and reported.
+#include <algorithm>
+#include <array>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -72,7 +74,7 @@ protected:
     Belmo::Ptr<HitBitTableConfig> tableIs(U32 tableSize, U32 ways, U32 offset) {
         auto const table =
             Belmo::make<HitBitTableConfig>(NerioSwitchTable::getHitBitMapping("l3/", tableSize, ways, offset),
-                                           0, tableSize * ways - 1, *bus);
+                                           0, tableSize * std::max(ways, 1u) - 1, *bus);
         tables.push_back(table);
         return table;
     }
@@ -86,7 +88,8 @@ using Bit = std::tuple<unsigned, U32, U32, U32, U32>;
 
 std::vector<Bit> bitsOf(U32 tableSize, U32 ways, U32 offset) {
     std::vector<Bit> bits;
-    for (auto const& info : NerioSwitchTable::getHitBitMapping("p/", tableSize, ways, offset)->readInfos()) {
+    auto const mapping = NerioSwitchTable::getHitBitMapping("p/", tableSize, ways, offset);
+    for (auto const& info : mapping->readInfos()) {
         for (auto const& [bit, is] : info->bitRegistrations())
             bits.emplace_back(bit, is.firstRead(), is.lastRead(), is.stride(), is.firstIndex());
     }
