@@ -45,7 +45,7 @@ void makeAclItem(benchmark::State& state) {
 BENCHMARK(makeAclItem)->DenseRange(0, 3);
 
 void layOutAclRow(benchmark::State& state) {
-    AclRowLayouts const layouts(format, {.physTableIdx = 2, .pipeline = 1});
+    AclRowLayouts const layouts(format);
     auto const key = keyOf(state.range(0));
     auto const& layout = layouts.ofCombination(key.combination());
     auto const packed = layout.key.pack(key);
@@ -55,14 +55,14 @@ void layOutAclRow(benchmark::State& state) {
         std::array<U32, 8> words{};
         benchmark::DoNotOptimize(result);
         layout.set(packed, result, words.data());
-        layouts.setControl({77, 1}, words.data());
+        layouts.setControl({77, 1}, layout.key.physTableIdx, 1, words.data());
         benchmark::DoNotOptimize(words);
     }
 }
 BENCHMARK(layOutAclRow)->DenseRange(0, 3);
 
 void decodeAclRow(benchmark::State& state) {
-    AclRowLayouts const layouts(format, {.physTableIdx = 2, .pipeline = 1});
+    AclRowLayouts const layouts(format);
     auto const key = keyOf(state.range(0));
     auto const& layout = layouts.ofCombination(key.combination());
     std::array<U32, 8> words{};
