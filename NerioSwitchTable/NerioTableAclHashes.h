@@ -45,9 +45,9 @@ public:
     Belmo::String toStrep() const override;
 
 private:
-    AclPackedKey packedKey_;
-    NerioSwitch::CrcHashes hashes_;
-    U8 keyBits_;
+    AclPackedKey packedKey_{};
+    NerioSwitch::CrcHashes hashes_{0};
+    U8 keyBits_ = 0;
     bool singleAclPipeMode_;
     bool hasFilterMask_;
 };
