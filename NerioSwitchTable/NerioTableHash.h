@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <utility>
 
 #include "Belmo/Assert.h"
@@ -58,6 +59,12 @@ private:
     Sorn::HashMap<Key, EntryStatus> entryStatus_;
 };
 
+/** What the chip hashes of a key: its first `bits` bits, of which bit i is bit i % 8 of byte i / 8. */
+struct HashInput {
+    std::array<U8, 20> bytes{};
+    U8 bits = 0;
+};
+
 /** An item of a hash table: the key and a copy of the result. A family adds the hash and its text. */
 template <class KeyType, class ResultType>
 class HashTableItem : public NerioSwitchApi::HashBaseCuckooEntry {
@@ -72,6 +79,8 @@ public:
     bool isEqual(Belmo::Ptr<Dovra::Cuckoo::HashItem const> const& other) const override {
         return static_cast<HashTableItem const&>(*other).key() == key_;
     }
+    /** What `getHash` hashes; for tools, so that a row can be worked out by other means. */
+    virtual HashInput hashInput() const = 0;
 
 protected:
     explicit HashTableItem(Key key) : key_(std::move(key)) {}

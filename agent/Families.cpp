@@ -3,17 +3,19 @@
 #include <algorithm>
 #include <array>
 
+#include "NerioSwitchTable/NerioTableHashTest.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
+#include "agent/HashJsonTable.h"
 
 namespace Agent {
 
 namespace {
 
-/** A plain family whose factory takes the name alone. */
-template <class Table>
-Family plain(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::String const&)) {
+/** A family whose factory takes the name alone. */
+template <template <class> class Shape, class Table>
+Family named(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::String const&)) {
     return {name, {}, [factory](Belmo::String const& tableName, FamilyNumbers const&) {
-                return std::make_unique<PlainJsonTable<Table>>(factory(tableName));
+                return std::make_unique<Shape<Table>>(factory(tableName));
             }};
 }
 
@@ -26,7 +28,8 @@ JsonTable::~JsonTable() = default;
 
 std::vector<Family> const& families() {
     static std::vector<Family> const all = {
-        plain("portConfig", NerioSwitchTable::portConfigTableFactory),
+        named<PlainJsonTable>("portConfig", NerioSwitchTable::portConfigTableFactory),
+        named<HashJsonTable>("hashTest", NerioSwitchTable::hashTestTableFactory),
     };
     return all;
 }

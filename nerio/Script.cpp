@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "agent/ProfileJson.h"
@@ -47,10 +48,10 @@ std::vector<Script::Operation> const& Script::operations() {
         {"capacity", {}, &Script::capacity},
         {"text", {"table", "key", "result"}, &Script::text},
         {"poll", {"time"}, &Script::poll},
-        {"status", {"table"}, &Script::unsupported},
-        {"location", {"table", "key"}, &Script::unsupported},
-        {"hash", {"table", "key"}, &Script::unsupported},
-        {"hit", {"table", "hwTable", "index"}, &Script::unsupported},
+        {"status", {"table"}, &Script::status},
+        {"location", {"table", "key"}, &Script::location},
+        {"hash", {"table", "key"}, &Script::hash},
+        {"hit", {"table", "hwTable", "index"}, &Script::hit},
     };
     return all;
 }
@@ -72,6 +73,12 @@ StartMode modeOf(Json const& json) {
 
 U32 numberOf(Json const& json, char const* name) {
     return Agent::fromJson<U32>(Agent::requiredMember(json, name, line), line.member(name));
+}
+
+/** What a table tells; tables of other shapes have nothing of the kind. */
+Json answered(Json const& json, std::optional<Json> answer) {
+    if (answer) return *std::move(answer);
+    refuse(fmt::format("table: {} has no {}", Agent::shown(json["table"]), json["op"].get<std::string>()));
 }
 
 Json registerPaths(NerioSwitchApi::HwTableConfig const& table, HwIndex index) {
@@ -315,15 +322,28 @@ Json Script::text(Json const& json) {
     return texts;
 }
 
-Json Script::poll(Json const& json) {
-    // No family has hit bits yet: a poll finds none.
-    Agent::fromJson<Belmo::Duration>(Agent::requiredMember(json, "time", line), line.member("time"));
-    return Json::object();
+Json Script::status(Json const& json) {
+    return {{"status", answered(json, tableOf(json).status())}};
 }
 
-Json Script::unsupported(Json const& json) {
+Json Script::location(Json const& json) {
+    auto const& key = Agent::requiredMember(json, "key", line);
+    return {{"location", answered(json, tableOf(json).location(key, line))}};
+}
+
+Json Script::hash(Json const& json) {
+    return answered(json, tableOf(json).hash(Agent::requiredMember(json, "key", line), line));
+}
+
+Json Script::hit(Json const& json) {
     tableOf(json);
-    refuse(fmt::format("table: {} has no {}", Agent::shown(json["table"]), json["op"].get<std::string>()));
+    return answered(json, std::nullopt);
+}
+
+Json Script::poll(Json const& json) {
+    auto const time = Agent::fromJson<double>(Agent::requiredMember(json, "time", line), line.member("time"));
+    switch_.pollHitBits(Belmo::Duration(time));
+    return Json::object();
 }
 
 }  // namespace Nerio

@@ -107,6 +107,10 @@ void Switch::restart(StartMode mode, std::function<void(Agent::JsonTable&)> cons
     framework_ = std::move(framework);
 }
 
+void Switch::pollHitBits(Belmo::Duration time) {
+    if (framework_) framework_->pollHitBits(time);
+}
+
 std::vector<std::pair<Belmo::String, U32>> Switch::takeWrites() {
     return bus_ ? bus_->takeByPath() : std::vector<std::pair<Belmo::String, U32>>();
 }

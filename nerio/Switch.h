@@ -48,6 +48,9 @@ public:
      */
     void restart(NerioSwitchApi::StartMode mode, std::function<void(Agent::JsonTable&)> const& made);
 
+    /** Reads the hit bits of every started table that has them; each hit is one at that time, in seconds. */
+    void pollHitBits(Belmo::Duration time);
+
     /** The register writes since the last call, by path. */
     std::vector<std::pair<Belmo::String, U32>> takeWrites();
     /** Their number alone. */
