@@ -5,17 +5,42 @@
 #include <utility>
 #include <vector>
 
+#include "Belmo/Ptr.h"
 #include "Sorn/HashMap.h"
 
 /* What the software tables of all shapes share: the maps that an agent talks to. */
 namespace NerioSwitchTable {
 
-/** A software table that keeps a result per key. `Base` is the framework's base of the shape. */
-template <class Base, class KeyType, class ResultType>
-class KeyedTable : public Base {
+/** The wanted result of each key, in a map of its own. */
+template <class KeyType, class ResultType>
+class EntryMap : public Belmo::Node {
 public:
     using Key = KeyType;
     using Result = ResultType;
+    using Entries = Sorn::HashMap<Key, Result>;
+
+    /** The key's result; null for an absent key. Holds until the map changes. */
+    Result const* find(Key const& key) const {
+        auto const found = entries_.find(key);
+        return found == entries_.end() ? nullptr : &found->second;
+    }
+    void put(Key const& key, Result const& result) { entries_.insert_or_assign(key, result); }
+    void erase(Key const& key) { entries_.erase(key); }
+    Entries const& entries() const { return entries_; }
+
+private:
+    Entries entries_;
+};
+
+/**
+ * A software table that keeps a result per key. `Base` is the framework's base of the shape, `Store` what
+ * keeps the results: an `EntryMap` or a class with its operations.
+ */
+template <class Base, class Store>
+class KeyedTable : public Base {
+public:
+    using Key = typename Store::Key;
+    using Result = typename Store::Result;
 
     /**
      * Wants `result` at `key`. An equal result has no effect at all. Once the table is up, hardware is in
@@ -24,25 +49,21 @@ public:
      * tries again.
      */
     void entryIs(Key const& key, Result const& result) {
-        auto const found = entry_.find(key);
-        if (found != entry_.end() && found->second == result && !unprogrammed(key)) return;
+        auto const* stored = store_->find(key);
+        if (stored != nullptr && *stored == result && !unprogrammed(key)) return;
         if (this->initialized()) checkKey(key);
-        if (found != entry_.end()) {
-            found.value() = result;
-        } else {
-            entry_.emplace(key, result);
-        }
+        store_->put(key, result);
         programAndPublish(key);
     }
 
     /** Wants no entry at `key`; returns the removed result, or the default one. */
     Result entryDel(Key key) {
-        auto const found = entry_.find(key);
-        if (found == entry_.end() && !unprogrammed(key)) return Result();
+        auto const* stored = store_->find(key);
+        if (stored == nullptr && !unprogrammed(key)) return Result();
         Result removed{};
-        if (found != entry_.end()) {
-            removed = std::move(found.value());
-            entry_.erase(found);
+        if (stored != nullptr) {
+            removed = *stored;
+            store_->erase(key);
         }
         programAndPublish(key);
         return removed;
@@ -56,11 +77,12 @@ public:
 
     /** The stored result, or the default one. */
     Result entry(Key const& key) const {
-        auto const found = entry_.find(key);
-        return found == entry_.end() ? Result() : found->second;
+        auto const* stored = store_->find(key);
+        return stored == nullptr ? Result() : *stored;
     }
-    bool entryHas(Key const& key) const { return entry_.contains(key); }
-    Sorn::HashMap<Key, Result> const& entries() const { return entry_; }
+    bool entryHas(Key const& key) const { return store_->find(key) != nullptr; }
+    /** Pairs of key and result, to walk over, in no order. */
+    decltype(auto) entries() const { return store_->entries(); }
 
     /** Brings hardware in line with the table for one key; nothing before the table is up. */
     virtual void handleEntry(Key const& key) = 0;
@@ -87,7 +109,7 @@ public:
     }
 
 protected:
-    using Base::Base;
+    explicit KeyedTable(Belmo::String const& name) : Base(name) {}
 
     /** Throws `Belmo::RangeException` if the chip at hand has no row for the key. Asked once the table is up.
      */
@@ -96,11 +118,13 @@ protected:
     /** The keys of all entries, apart from the map, so that a walk over them may change it. */
     std::vector<Key> keys() const {
         std::vector<Key> all;
-        all.reserve(entry_.size());
-        for (auto const& [key, result] : entry_)
+        all.reserve(entries().size());
+        for (auto const& [key, result] : entries())
             all.push_back(key);
         return all;
     }
+    Store const& store() const { return *store_; }
+    Store& store() { return *store_; }
 
 private:
     bool unprogrammed(Key const& key) const { return !unprogrammed_.empty() && unprogrammed_.contains(key); }
@@ -118,7 +142,7 @@ private:
         this->publisher().publishChangeRecursive("entry", key);
     }
 
-    Sorn::HashMap<Key, Result> entry_;
+    Belmo::Ptr<Store> store_ = Belmo::make<Store>();
     Sorn::HashMap<Key, bool> hwInconsistentEntry_;
     std::set<Key> unprogrammed_;
 };

@@ -1,15 +1,14 @@
 #pragma once
 
-#include <array>
 #include <utility>
 
 #include "Belmo/Assert.h"
 #include "NerioSwitchApi/HashTable.h"
-#include "Sorn/HashMap.h"
 #include "Sorn/Text.h"
 #include "Sorn/Trace.h"
 
 #include "NerioSwitchTable/NerioTableEntries.h"
+#include "NerioSwitchTable/NerioTableHashRecords.h"
 
 /*
  * The HASH shape: a key has no fixed row. The table keeps the wanted results, one cached item per key that
@@ -18,76 +17,46 @@
  */
 namespace NerioSwitchTable {
 
-using NerioSwitchApi::EntryProgrammedStatus;
-
-/** What an agent may read back of each key; published on change. */
-template <class Key, class EntryStatus>
+/** What an agent may read back of each key; published on change. Outlives its table as it was then. */
+template <class Item, class EntryStatus>
 class HashTableStatus : public Belmo::Node {
 public:
-    explicit HashTableStatus(Belmo::Publisher& publisher) : publisher_(publisher) {}
+    using Key = typename Item::Key;
+    using Records = HashRecords<Item, EntryStatus>;
+
+    HashTableStatus(Belmo::Ptr<Records> records, Belmo::Publisher& publisher)
+        : records_(std::move(records)), publisher_(&publisher) {}
 
     /** Stores a record under its key; an equal one publishes nothing. */
     void entryStatusIs(EntryStatus const& status) {
-        auto const [member, isNew] = entryStatus_.try_emplace(status.key(), status);
-        if (!isNew && member->second == status) return;
-        member.value() = status;
-        publisher_.publishChangeRecursive("entryStatus", status.key());
+        if (records_->statusIs(status)) publish(status.key());
     }
     /** Removes the key's record and returns it, or the default one. */
     EntryStatus entryStatusDel(Key key) {
-        auto const found = entryStatus_.find(key);
-        if (found == entryStatus_.end()) return EntryStatus();
-        EntryStatus const removed = found->second;
-        entryStatus_.erase(found);
-        publisher_.publishChangeRecursive("entryStatus", key);
+        EntryStatus const removed = records_->status(key);
+        if (records_->statusDel(key)) publish(key);
         return removed;
     }
     void entryStatusDelAll() {
-        while (!entryStatus_.empty())
-            entryStatusDel(entryStatus_.begin()->first);
+        while (!entryStatuses().empty())
+            entryStatusDel((*entryStatuses().begin()).key());
     }
     /** The key's record; the default one, with a default key, for an absent key. */
-    EntryStatus entryStatus(Key const& key) const {
-        auto const found = entryStatus_.find(key);
-        return found == entryStatus_.end() ? EntryStatus() : found->second;
-    }
-    bool entryStatusHas(Key const& key) const { return entryStatus_.contains(key); }
-    Sorn::HashMap<Key, EntryStatus> const& entryStatuses() const { return entryStatus_; }
+    EntryStatus entryStatus(Key const& key) const { return records_->status(key); }
+    bool entryStatusHas(Key const& key) const { return records_->hasStatus(key); }
+    /** The records, to walk over, in no order. */
+    auto entryStatuses() const { return records_->statuses(); }
+
+    /** The table is gone: what is written from now on is told to nobody. */
+    void publisherDel() { publisher_ = nullptr; }
 
 private:
-    Belmo::Publisher& publisher_;
-    Sorn::HashMap<Key, EntryStatus> entryStatus_;
-};
-
-/** What the chip hashes of a key: its first `bits` bits, of which bit i is bit i % 8 of byte i / 8. */
-struct HashInput {
-    std::array<U8, 20> bytes{};
-    U8 bits = 0;
-};
-
-/** An item of a hash table: the key and a copy of the result. A family adds the hash and its text. */
-template <class KeyType, class ResultType>
-class HashTableItem : public NerioSwitchApi::HashBaseCuckooEntry {
-public:
-    using Key = KeyType;
-    using Result = ResultType;
-
-    Key const& key() const { return key_; }
-    Result const& result() const { return result_; }
-    void resultIs(Result const& result) { result_ = result; }
-
-    bool isEqual(Belmo::Ptr<Dovra::Cuckoo::HashItem const> const& other) const override {
-        return static_cast<HashTableItem const&>(*other).key() == key_;
+    void publish(Key const& key) {
+        if (publisher_ != nullptr) publisher_->publishChangeRecursive("entryStatus", key);
     }
-    /** What `getHash` hashes; for tools, so that a row can be worked out by other means. */
-    virtual HashInput hashInput() const = 0;
 
-protected:
-    explicit HashTableItem(Key key) : key_(std::move(key)) {}
-
-private:
-    Key key_;
-    Result result_{};
+    Belmo::Ptr<Records> records_;
+    Belmo::Publisher* publisher_;
 };
 
 /**
@@ -96,43 +65,48 @@ private:
  * Whether an entry found a place is told by `tableStatus`.
  */
 template <class ItemType, class EntryStatus>
-class HashTable
-    : public KeyedTable<NerioSwitchApi::HashBaseTable, typename ItemType::Key, typename ItemType::Result> {
+class HashTable : public KeyedTable<NerioSwitchApi::HashBaseTable, HashRecords<ItemType, EntryStatus>> {
 public:
     using Item = ItemType;
     using Key = typename Item::Key;
     using Result = typename Item::Result;
-    using Keyed = KeyedTable<NerioSwitchApi::HashBaseTable, Key, Result>;
-    using Status = HashTableStatus<Key, EntryStatus>;
+    using Records = HashRecords<Item, EntryStatus>;
+    using Keyed = KeyedTable<NerioSwitchApi::HashBaseTable, Records>;
+    using Status = HashTableStatus<Item, EntryStatus>;
     using HashItem = Dovra::Cuckoo::HashItem;
     using Ptr = NerioSwitchApi::HashBaseTable::Ptr;
     using PtrConst = NerioSwitchApi::HashBaseTable::PtrConst;
 
-    /** The item of a key; null if there is none. */
-    Belmo::Ptr<Item> cachedItem(Key const& key) const {
-        auto const found = cachedItem_.find(key);
-        return found == cachedItem_.end() ? nullptr : found->second;
+    ~HashTable() override {
+        this->store().makerDel();
+        if (tableStatus_) tableStatus_->publisherDel();
     }
-    void cachedItemIs(Belmo::Ptr<Item> const& item) { cachedItem_[item->key()] = item; }
-    void cachedItemDel(Key const& key) { cachedItem_.erase(key); }
-    void cachedItemDelAll() { cachedItem_.clear(); }
-    std::size_t cachedItems() const { return cachedItem_.size(); }
+
+    /** The item of a key; null if there is none. */
+    Belmo::Ptr<Item> cachedItem(Key const& key) const { return this->store().item(key); }
+    void cachedItemIs(Belmo::Ptr<Item> const& item) { this->store().itemIs(item); }
+    void cachedItemDel(Key const& key) { this->store().itemDel(key); }
+    void cachedItemDelAll() { this->store().itemDelAll(); }
+    std::size_t cachedItems() const { return this->store().items(); }
 
     /** The key's item, made if it is missing; or, not cached, a new one that no map remembers. */
     Belmo::Ptr<Item> createHashEntry(Key const& key, bool cached) {
-        if (!cached) return newItem(key);
-        if (auto const found = cachedItem_.find(key); found != cachedItem_.end()) return found->second;
-        auto item = newItem(key);
-        item->tableIs(this);
-        cachedItem_.emplace(key, item);
-        return item;
+        return cached ? this->store().itemIs(key) : newItem(key);
     }
 
     Belmo::Ptr<Status> const& tableStatus() const { return tableStatus_; }
     void tableStatusIs() {
-        if (!tableStatus_) tableStatus_ = Belmo::make<Status>(this->publisher());
+        if (tableStatus_) return;
+        tableStatus_ = Belmo::make<Status>(Belmo::Ptr<Records>(&this->store()), this->publisher());
+        this->publisher().publishChangeRecursive("tableStatus");
     }
-    void tableStatusDel() { tableStatus_ = nullptr; }
+    void tableStatusDel() {
+        if (!tableStatus_) return;
+        tableStatus_->entryStatusDelAll();
+        tableStatus_->publisherDel();
+        tableStatus_ = nullptr;
+        this->publisher().publishChangeRecursive("tableStatus");
+    }
 
     /** Brings hardware and status in line with the table for one key; nothing before the table is up. */
     void handleEntry(Key const& key) override {
@@ -143,7 +117,14 @@ public:
         for (auto const& key : this->keys())
             program(key);
     }
-    void doInitStatus() override { tableStatusIs(); }
+    void doInitStatus() override {
+        this->store().makerIs([this](Key const& key) {
+            auto item = newItem(key);
+            item->tableIs(this);
+            return item;
+        });
+        tableStatusIs();
+    }
     bool entryHasByHashItem(PtrConst const& item) const override { return this->entryHas(cast(item).key()); }
     void entryIsByHashItem(PtrConst const& item) override {
         auto const& hashItem = &cast(item);
@@ -153,8 +134,8 @@ public:
         this->entryIs(hashItem->key(), hashItem->result());
     }
     bool entryEqualByHashItem(PtrConst const& item) const override {
-        auto const found = this->entries().find(cast(item).key());
-        return found != this->entries().end() && found->second == cast(item).result();
+        auto const* wanted = this->store().find(cast(item).key());
+        return wanted != nullptr && *wanted == cast(item).result();
     }
     Ptr cachedCuckooEntry(Belmo::Ptr<HashItem const> const& item) override {
         return cachedItem(static_cast<Item const&>(*item).key());
@@ -189,8 +170,9 @@ public:
     }
 
 protected:
-    using Keyed::Keyed;
+    explicit HashTable(Belmo::String const& name) : Keyed(name) {}
 
+    /** A new item of the key, with the default result, for the profile that the table is attached to. */
     virtual Belmo::Ptr<Item> newItem(Key const& key) const = 0;
     /** The class's name, which tags what is traced as programmed. */
     virtual char const* className() const = 0;
@@ -213,9 +195,9 @@ private:
         bool const wasProgrammed = status.status() == EntryProgrammedStatus::entryProgrammed;
         auto const item = createHashEntry(key, true);
         if (wasProgrammed) this->hashConvertor()->updateHashEntryCounter(item, false);
-        auto const found = this->entries().find(key);
-        bool const isWanted = found != this->entries().end();
-        item->resultIs(isWanted ? found->second : Result());
+        auto const* wanted = this->store().find(key);
+        bool const isWanted = wanted != nullptr;
+        item->resultIs(isWanted ? *wanted : Result());
         item->validIs(isWanted);
         if (isWanted) {
             SORN_TRACE(trace(), 6, "{}: Programming Entry {}", className(), item->toStrep());
@@ -233,7 +215,6 @@ private:
         }
     }
 
-    Sorn::HashMap<Key, Belmo::Ptr<Item>> cachedItem_;
     Belmo::Ptr<Status> tableStatus_;
 };
 

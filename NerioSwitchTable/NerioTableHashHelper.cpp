@@ -1,5 +1,7 @@
 #include "NerioSwitchTable/NerioTableHashHelper.h"
 
+#include <algorithm>
+
 #include "Belmo/Assert.h"
 
 namespace NerioSwitchTable {
@@ -13,6 +15,14 @@ Belmo::Ptr<NerioSwitch::ProfileInfo const> const& NerioTableHashHelper::profile(
 
 void NerioTableHashHelper::doInit() {
     nameIs(TableConstants::cliName(tableIdx_));
+}
+
+std::array<U32, NerioSwitchApi::maxEntryWords> NerioTableHashHelper::storedWords(
+    NerioSwitchApi::HwIndex index) const {
+    std::array<U32, NerioSwitchApi::maxEntryWords> words{};
+    auto const stored = convertor()->hwTable(0)->storedEntry(index);
+    if (stored) std::copy(stored->words().begin(), stored->words().end(), words.begin());
+    return words;
 }
 
 }  // namespace NerioSwitchTable

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+
 #include "NerioSwitchApi/HashTable.h"
 
 #include "NerioSwitchTable/Export.h"
@@ -13,6 +15,7 @@ public:
     ~NerioTableHashHelper() override;
 
     TableIndex tableIdx() const { return tableIdx_; }
+    U32 physTableIndex() const override { return tableIdx_; }
     /** The software table's profile. */
     Belmo::Ptr<NerioSwitch::ProfileInfo const> const& profile() const;
     /** Names the helper as people know its table. */
@@ -20,6 +23,9 @@ public:
 
 protected:
     explicit NerioTableHashHelper(TableIndex tableIdx) : tableIdx_(tableIdx) {}
+
+    /** The words of a row as the shadow of hardware table 0 holds it; zeros where it does not. */
+    std::array<U32, NerioSwitchApi::maxEntryWords> storedWords(NerioSwitchApi::HwIndex index) const;
 
 private:
     TableIndex tableIdx_;

@@ -35,8 +35,6 @@ class NERIO_SWITCH_TABLE_EXPORT TestEntryStatus {
                     (Belmo::Duration, lastHit, Belmo::Duration::never()));
 };
 
-using TestTableStatus = HashTableStatus<HashTestKey, TestEntryStatus>;
-
 /** One key's item. */
 class NERIO_SWITCH_TABLE_EXPORT HashTestTableCuckooEntry final
     : public HashTableItem<HashTestKey, HashTestResult> {
@@ -49,6 +47,8 @@ public:
     HashInput hashInput() const override;
     Belmo::String toStrep() const override;
 };
+
+using TestTableStatus = HashTableStatus<HashTestTableCuckooEntry, TestEntryStatus>;
 
 /** A row: key and result, and a control word. Nothing is dropped from the key, and there is no parity. */
 class NERIO_SWITCH_TABLE_EXPORT HashTestTable final

@@ -33,9 +33,9 @@ private:
 
 /** A plain software table: the map from key to result that an agent wants in hardware. */
 template <class KeyType, class ResultType>
-class PlainTable : public KeyedTable<NerioSwitchApi::SwTable, KeyType, ResultType> {
+class PlainTable : public KeyedTable<NerioSwitchApi::SwTable, EntryMap<KeyType, ResultType>> {
 public:
-    using Keyed = KeyedTable<NerioSwitchApi::SwTable, KeyType, ResultType>;
+    using Keyed = KeyedTable<NerioSwitchApi::SwTable, EntryMap<KeyType, ResultType>>;
     using Key = KeyType;
     using Result = ResultType;
     using Convertor = PlainConvertor<Key, Result>;
@@ -54,7 +54,7 @@ public:
     }
 
 protected:
-    using Keyed::Keyed;
+    explicit PlainTable(Belmo::String const& name) : Keyed(name) {}
 
     /** A new convertor: the family's one concrete class. */
     virtual Belmo::Ptr<Convertor> profileConvertorFactory() const = 0;

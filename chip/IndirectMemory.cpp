@@ -1,5 +1,7 @@
 #include "chip/IndirectMemory.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <fmt/format.h>
 #include <utility>
 
@@ -18,29 +20,41 @@ bool reaches(ControlField field, U32 count) {
     return count > 0 && U64{count} <= U64{1} << field.width;
 }
 
+/** Where hit bits are, in one line. */
+Belmo::String hitText(HitBits const& hits) {
+    if (!hits.exist()) return {};
+    return fmt::format(" hits {} {} per {} from {}", hits.memory, fmt::join(hits.bits, " "), hits.rowsPerBit,
+                       hits.firstRow);
+}
+
 }  // namespace
 
 Belmo::String MemoryDescription::text() const {
-    return fmt::format("{} {} {} row {} write {} read {} way {} select {} = {} rows {} * {}", name,
+    return fmt::format("{} {} {} row {} write {} read {}{} way {} select {} = {} rows {} * {}{}", name,
                        fmt::join(dataRegisters, " "), controlRegister, fieldText(row), fieldText(writeStrobe),
-                       fieldText(readStrobe), fieldText(way), fieldText(select), selected, rowsPerWay, ways);
+                       fieldText(readStrobe), clearedByRead ? " clears" : "", fieldText(way),
+                       fieldText(select), selected, rowsPerWay, ways, hitText(hits));
 }
 
 IndirectMemory::IndirectMemory(MemoryDescription description, std::span<U32> rows,
                                std::vector<U32*> dataRegisters)
     : description_(std::move(description)), rows_(rows), dataRegisters_(std::move(dataRegisters)) {
-    BELMO_ASSERT(description_.writeStrobe.width > 0);
+    BELMO_ASSERT(description_.writeStrobe.width > 0 || description_.clearedByRead);
     BELMO_ASSERT(reaches(description_.row, description_.rowsPerWay));
     BELMO_ASSERT(reaches(description_.way, description_.ways));
     BELMO_ASSERT(rows_.size() == std::size_t{description_.rows()} * dataRegisters_.size());
 }
 
-std::span<U32 const> IndirectMemory::row(U32 number) const {
-    BELMO_ASSERT(number < description_.rows());
+std::span<U32> IndirectMemory::wordsOf(U32 number) const {
     return rows_.subspan(std::size_t{number} * dataRegisters_.size(), dataRegisters_.size());
 }
 
-std::span<U32> IndirectMemory::addressedRow(U32 control) const {
+std::span<U32 const> IndirectMemory::row(U32 number) const {
+    BELMO_ASSERT(number < description_.rows());
+    return wordsOf(number);
+}
+
+U32 IndirectMemory::addressedRow(U32 control) const {
     U32 const row = description_.row.of(control);
     U32 const way = description_.way.of(control);
     if (row >= description_.rowsPerWay || way >= description_.ways) {
@@ -49,20 +63,59 @@ std::span<U32> IndirectMemory::addressedRow(U32 control) const {
                         description_.controlRegister, control, row, way, description_.name,
                         description_.rowsPerWay, description_.ways));
     }
-    auto const number = std::size_t{way} * description_.rowsPerWay + row;
-    return rows_.subspan(number * dataRegisters_.size(), dataRegisters_.size());
+    return way * description_.rowsPerWay + row;
 }
 
 void IndirectMemory::controlIs(U32 control) {
-    bool const writes = description_.writeStrobe.of(control) != 0;
+    bool const writes = stores(control);
     bool const reads = description_.readStrobe.of(control) != 0;
     if (!writes && !reads) return;
-    auto const row = addressedRow(control);
+    auto const row = wordsOf(addressedRow(control));
     for (std::size_t i = 0; i < row.size(); ++i) {
         if (writes) {
             row[i] = *dataRegisters_[i];
         } else {
             *dataRegisters_[i] = row[i];
+            if (description_.clearedByRead) row[i] = 0;
+        }
+    }
+}
+
+void IndirectMemory::hitMemoryIs(IndirectMemory& memory) {
+    auto const& hits = description_.hits;
+    auto const& bits = memory.description_;
+    BELMO_ASSERT(hits.rowsPerBit > 0);
+    BELMO_ASSERT(hits.bits.size() * hits.rowsPerBit >= description_.rows());
+    BELMO_ASSERT(hits.firstRow + (hits.rowsPerBit + 1) / 2 <= bits.rows());
+    for (U32 const bit : hits.bits)
+        BELMO_ASSERT(bit + HitBits::oddRow < bits.wordsPerRow() * 32);
+    hitMemory_ = &memory;
+}
+
+void IndirectMemory::hitIs(U32 number) {
+    BELMO_ASSERT(number < description_.rows());
+    if (hitMemory_ == nullptr) {
+        throw Belmo::RangeException(fmt::format("the rows of {} have no hit bits", description_.name));
+    }
+    auto const place = description_.hits.of(number);
+    hitMemory_->wordsOf(place.row)[place.bit / 32] |= U32{1} << place.bit % 32;
+}
+
+ControlRegister::ControlRegister(std::vector<IndirectMemory*> const& memories) {
+    U32 first = 32;
+    U32 end = 0;
+    for (auto const* memory : memories) {
+        auto const select = memory->description().select;
+        if (select.width == 0) continue;
+        first = std::min<U32>(first, select.offset);
+        end = std::max<U32>(end, select.offset + select.width);
+    }
+    if (first < end) selects_ = {static_cast<U8>(first), static_cast<U8>(end - first)};
+    BELMO_ASSERT(selects_.width <= 12);
+    answering_.resize(std::size_t{1} << selects_.width);
+    for (U32 value = 0; value < answering_.size(); ++value) {
+        for (auto* memory : memories) {
+            if (memory->answers(value << selects_.offset)) answering_[value].push_back(memory);
         }
     }
 }

@@ -18,6 +18,38 @@ struct ControlField {
     constexpr U32 of(U32 word) const { return static_cast<U32>(word >> offset & ((U64{1} << width) - 1)); }
 };
 
+/** Where something lies in a memory of hit bits: in which of its rows, and at which bit there. */
+struct HitPlace {
+    U32 row = 0;
+    U32 bit = 0;
+
+    friend bool operator==(HitPlace, HitPlace) = default;
+};
+
+/**
+ * Where a memory's rows have their hit bits, in a hit memory that other memories share. Two neighbouring rows
+ * lie in one row of the hit memory.
+ */
+struct BELMO_EXPORT HitBits {
+    /** How far an odd row's bit stands above that of the even row before it. */
+    static constexpr U32 oddRow = 36;
+
+    /** The hit memory's name; without one the rows have no hit bits. */
+    Belmo::String memory;
+    /** The bit of even rows for each `rowsPerBit` rows, the first ones first. */
+    std::vector<U8> bits;
+    U32 rowsPerBit = 0;
+    /** Where in the hit memory each bit's first two rows stand. */
+    U32 firstRow = 0;
+
+    bool exist() const { return !memory.empty(); }
+    /** The place of a row, counted over all ways. */
+    HitPlace of(U32 number) const {
+        U32 const within = number % rowsPerBit;
+        return {firstRow + within / 2, bits[number / rowsPerBit] + within % 2 * oddRow};
+    }
+};
+
 /**
  * A memory that is reached through data registers and a control register. Several memories may share their
  * registers; each sees every control word, and its select field says whether it is meant.
@@ -29,8 +61,9 @@ struct BELMO_EXPORT MemoryDescription {
     std::vector<Belmo::String> dataRegisters;
     Belmo::String controlRegister;
     ControlField row;
-    /** A control word with any of these bits stores the data registers into the row. */
-    ControlField writeStrobe;
+    /** A control word with any of these bits stores the data registers into the row. Only a memory that is
+     * cleared by reading may have none. */
+    ControlField writeStrobe{};
     U32 rowsPerWay = 0;
     /** A control word with any of these bits, and none of the write strobe, loads the data registers from the
      * row. */
@@ -40,6 +73,9 @@ struct BELMO_EXPORT MemoryDescription {
     ControlField select{};
     /** Value of `select` that this memory answers to. */
     U32 selected = 0;
+    /** Reading a row leaves it zero, as the memories of hit bits do. */
+    bool clearedByRead = false;
+    HitBits hits{};
 
     U32 rows() const { return rowsPerWay * ways; }
     U32 wordsPerRow() const { return static_cast<U32>(dataRegisters.size()); }
@@ -59,15 +95,42 @@ public:
 
     /** Whether a control word speaks to this memory. */
     bool answers(U32 control) const { return description_.select.of(control) == description_.selected; }
+    /** Whether a control word would store a row. */
+    bool stores(U32 control) const { return description_.writeStrobe.of(control) != 0; }
     /** Does what a control word asks for; throws `NerioSwitchApi::BusException` for a row beyond the end. */
     void controlIs(U32 control);
+    /** The row that a control word names, counted over all ways; throws like `controlIs`. */
+    U32 addressedRow(U32 control) const;
+
+    /** The memory that holds this one's hit bits; its rows must have room for them. */
+    void hitMemoryIs(IndirectMemory& memory);
+    /** A packet hit that row. Throws `Belmo::RangeException` where rows have no hit bits. */
+    void hitIs(U32 number);
 
 private:
-    std::span<U32> addressedRow(U32 control) const;
+    std::span<U32> wordsOf(U32 number) const;
 
     MemoryDescription description_;
     std::span<U32> rows_;
     std::vector<U32*> dataRegisters_;
+    IndirectMemory* hitMemory_ = nullptr;
+};
+
+/** The memories behind one control register. */
+class BELMO_EXPORT ControlRegister {
+public:
+    explicit ControlRegister(std::vector<IndirectMemory*> const& memories);
+
+    /** The memories that a control word speaks to. */
+    std::vector<IndirectMemory*> const& answering(U32 control) const {
+        return answering_[selects_.of(control)];
+    }
+
+private:
+    /** The bits from the lowest to the highest that any memory is selected by. */
+    ControlField selects_;
+    /** For each value of those bits. */
+    std::vector<std::vector<IndirectMemory*>> answering_;
 };
 
 }  // namespace Chip

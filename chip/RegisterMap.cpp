@@ -4,6 +4,8 @@
 #include <array>
 #include <fmt/format.h>
 
+#include "chip/Geometry.h"
+
 namespace Chip {
 
 namespace {
@@ -23,36 +25,6 @@ Places grid(U32 count, U32 countWithin = 1) {
             places.push_back({i, j});
     }
     return places;
-}
-
-/** Copies of a block: what the profile counts, and no fewer than its pipes are mapped to. */
-U32 copies(U16 count, std::vector<U16> const& pipeToCopy) {
-    if (count == 0) return 0;
-    U32 copies = count;
-    for (U32 const copy : pipeToCopy)
-        copies = std::max(copies, copy + 1);
-    return copies;
-}
-
-U32 tableCount(ProfileInfo const& profile, Layout layout) {
-    auto const* record = profile.getHardwareTableLayout(layout);
-    return record == nullptr ? 0 : copies(record->tables, record->pipeToTable);
-}
-
-U32 processorCount(ProfileInfo const& profile, Layout layout) {
-    auto const* record = profile.getHardwareTableLayout(layout);
-    return record == nullptr ? 0 : copies(record->processors, record->pipeToProcessor);
-}
-
-/** Pipelines: as many as any part of the profile speaks of. */
-U32 pipelineCount(ProfileInfo const& profile) {
-    U32 count = profile.numPipelines;
-    for (auto const& [layout, record] : profile.layouts)
-        count = std::max<U32>({count, record.pipelines, record.tables});
-    for (auto const* pipes : {&profile.ingressPipeRangeInfo, &profile.egressPipeRangeInfo}) {
-        if (!pipes->empty()) count = std::max(count, U32{pipes->rbegin()->first} + 1);
-    }
-    return count;
 }
 
 Places once(ProfileInfo const&) {

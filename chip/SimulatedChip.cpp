@@ -5,8 +5,11 @@
 #include <cstddef>
 #include <filesystem>
 #include <fmt/format.h>
+#include <map>
 
 #include "Belmo/Assert.h"
+
+#include "chip/MemoryMap.h"
 
 namespace Chip {
 
@@ -51,6 +54,8 @@ SimulatedChip::SimulatedChip(NerioSwitch::ProfileInfo const& profile,
         memoryIs(memory, words_.subspan(next, wordsOf(memory)));
         next += wordsOf(memory);
     }
+    controlRegistersAre();
+    hitMemoriesAre();
 }
 
 SimulatedChip::~SimulatedChip() = default;
@@ -71,12 +76,24 @@ void SimulatedChip::memoryIs(MemoryDescription const& description, std::span<U32
     std::vector<U32*> dataRegisters;
     for (auto const& path : description.dataRegisters)
         dataRegisters.push_back(&words_[registers_.address(path).number]);
-    auto& control = controlOf_[registers_.address(description.controlRegister).number];
-    if (control == 0) {
-        controls_.emplace_back();
-        control = static_cast<U32>(controls_.size());
+    memories_.emplace_back(description, rows, std::move(dataRegisters));
+}
+
+void SimulatedChip::controlRegistersAre() {
+    std::map<U32, std::vector<IndirectMemory*>> behind;
+    for (auto& memory : memories_)
+        behind[registers_.address(memory.description().controlRegister).number].push_back(&memory);
+    for (auto const& [number, memories] : behind) {
+        controls_.emplace_back(memories);
+        controlOf_[number] = static_cast<U32>(controls_.size());
     }
-    controls_[control - 1].push_back(&memories_.emplace_back(description, rows, std::move(dataRegisters)));
+}
+
+void SimulatedChip::hitMemoriesAre() {
+    for (auto& memory : memories_) {
+        auto const& hits = memory.description().hits;
+        if (hits.exist()) memory.hitMemoryIs(indirectMemory(hits.memory));
+    }
 }
 
 RegisterHandle SimulatedChip::address(std::string_view path) {
@@ -96,9 +113,8 @@ U32 SimulatedChip::read(RegisterHandle handle) {
 inline void SimulatedChip::put(RegisterHandle handle, U32 word) {
     BELMO_ASSERT(handle.number < controlOf_.size());
     if (auto const control = controlOf_[handle.number]; control != 0) {
-        for (auto* memory : controls_[control - 1]) {
-            if (memory->answers(word)) memory->controlIs(word);
-        }
+        for (auto* memory : controls_[control - 1].answering(word))
+            memory->controlIs(word);
     }
     words_[handle.number] = word;
 }
@@ -113,13 +129,22 @@ void SimulatedChip::writeRow(std::span<RegisterHandle const> handles, U32 const*
     }
 }
 
-IndirectMemory const& SimulatedChip::indirectMemory(std::string_view name) const {
+std::size_t SimulatedChip::memoryNumber(std::string_view name) const {
     auto const found = std::find_if(memories_.begin(), memories_.end(),
                                     [&](auto const& memory) { return memory.description().name == name; });
     if (found == memories_.end()) {
         throw Belmo::RangeException(fmt::format("the chip has no memory \"{}\"", name));
     }
-    return *found;
+    return static_cast<std::size_t>(found - memories_.begin());
+}
+
+void SimulatedChip::hitIs(std::string_view controlRegister, U32 word) {
+    if (auto const control = controlOf_[registers_.address(controlRegister).number]; control != 0) {
+        for (auto* memory : controls_[control - 1].answering(word)) {
+            if (memory->stores(word)) return memory->hitIs(memory->addressedRow(word));
+        }
+    }
+    throw Belmo::RangeException(fmt::format("{} = 0x{:08X} stores no row", controlRegister, word));
 }
 
 std::vector<U32> SimulatedChip::state() const {
@@ -132,14 +157,25 @@ std::vector<U32> SimulatedChip::state() const {
     return words;
 }
 
+namespace {
+
+std::vector<MemoryDescription> memoriesOf(NerioSwitch::ProfileInfo const& profile,
+                                          std::vector<MemoryDescription> const& further) {
+    auto memories = chipMemories(profile);
+    memories.insert(memories.end(), further.begin(), further.end());
+    return memories;
+}
+
+}  // namespace
+
 Belmo::Ptr<SimulatedChip> simulatedChip(NerioSwitch::ProfileInfo const& profile,
-                                        std::vector<MemoryDescription> const& memories) {
-    return Belmo::make<SimulatedChip>(profile, memories, std::nullopt);
+                                        std::vector<MemoryDescription> const& furtherMemories) {
+    return Belmo::make<SimulatedChip>(profile, memoriesOf(profile, furtherMemories), std::nullopt);
 }
 
 Belmo::Ptr<SimulatedChip> simulatedChip(NerioSwitch::ProfileInfo const& profile, Belmo::String const& file,
-                                        std::vector<MemoryDescription> const& memories) {
-    return Belmo::make<SimulatedChip>(profile, memories, file);
+                                        std::vector<MemoryDescription> const& furtherMemories) {
+    return Belmo::make<SimulatedChip>(profile, memoriesOf(profile, furtherMemories), file);
 }
 
 }  // namespace Chip

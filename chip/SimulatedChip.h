@@ -26,7 +26,10 @@ namespace Chip {
  */
 class BELMO_EXPORT SimulatedChip final : public NerioSwitchApi::RegisterBus {
 public:
-    /** Without a file its memory goes with it; see `simulatedChip` for what a file does. */
+    /**
+     * A chip with just these memories; `simulatedChip` gives it those that the chip of the profile has.
+     * Without a file its memory goes with it; see there for what a file does.
+     */
     SimulatedChip(NerioSwitch::ProfileInfo const& profile, std::vector<MemoryDescription> const& memories,
                   std::optional<Belmo::String> const& file);
     ~SimulatedChip() override;
@@ -40,13 +43,25 @@ public:
 
     RegisterMap const& registers() const { return registers_; }
     /** The memory of that name; throws `Belmo::RangeException`. */
-    IndirectMemory const& indirectMemory(std::string_view name) const;
+    IndirectMemory const& indirectMemory(std::string_view name) const {
+        return memories_[memoryNumber(name)];
+    }
+    IndirectMemory& indirectMemory(std::string_view name) { return memories_[memoryNumber(name)]; }
+
+    /**
+     * A packet hit a row: sets the row's hit bit, as the chip's own lookups do. The row is the one that this
+     * word in that control register stores, so a row's control word names it. Throws `Belmo::RangeException`
+     * for a word that stores no row, or one without a hit bit, `NerioSwitchApi::BusException` for a row
+     * beyond the end and `NerioSwitchApi::UnknownRegisterException`.
+     */
+    void hitIs(std::string_view controlRegister, U32 word);
 
     /** Every word of the chip: the registers by number, then the memories in their given order. */
     std::span<U32 const> memory() const { return words_; }
     /**
      * What the chip works by: its memory with the data and control registers of memories taken as 0, since
-     * those hold no more than the row that was accessed last.
+     * those hold no more than the row that was accessed last. Hit bits count: they are zero until packets
+     * come, and zero again once they were read.
      */
     std::vector<U32> state() const;
 
@@ -55,6 +70,9 @@ private:
     std::span<U32> wordsIn(Belmo::String const& file, std::vector<MemoryDescription> const& memories,
                            std::size_t size);
     void memoryIs(MemoryDescription const& description, std::span<U32> rows);
+    std::size_t memoryNumber(std::string_view name) const;
+    void controlRegistersAre();
+    void hitMemoriesAre();
 
     RegisterMap registers_;
     std::optional<NerioSwitchApi::FileLock> lock_;
@@ -62,26 +80,25 @@ private:
     std::vector<U32> owned_;  // the words of a chip without a file
     std::span<U32> words_;
     std::deque<IndirectMemory> memories_;
-    /** The memories behind each control register. */
-    std::vector<std::vector<IndirectMemory*>> controls_;
+    std::vector<ControlRegister> controls_;
     /** For each register its control's number in `controls_` and one more; 0 for all other registers. */
     std::vector<U32> controlOf_;
 };
 
-/** A chip that lives as long as the process. */
-BELMO_EXPORT Belmo::Ptr<SimulatedChip> simulatedChip(NerioSwitch::ProfileInfo const& profile,
-                                                     std::vector<MemoryDescription> const& memories = {});
+/** The chip of a profile, with further memories besides its own; it lives as long as the process. */
+BELMO_EXPORT Belmo::Ptr<SimulatedChip> simulatedChip(
+    NerioSwitch::ProfileInfo const& profile, std::vector<MemoryDescription> const& furtherMemories = {});
 
 /**
- * A chip whose memory lies in a mapped file, so that it outlives the process that programs it, however that
- * ends. The file is made if it is missing, for its owner alone; one that is there is taken as it is.
+ * The same chip whose memory lies in a mapped file, so that it outlives the process that programs it, however
+ * that ends. The file is made if it is missing, for its owner alone; one that is there is taken as it is.
  *
  * Throws `Belmo::ResourceException` for a file that is no chip memory, is damaged, or belongs to a chip of
  * other registers or memories, for one that another chip holds, in this process or another, and where there
  * is no room for it. A file at fault stays as it is.
  */
-BELMO_EXPORT Belmo::Ptr<SimulatedChip> simulatedChip(NerioSwitch::ProfileInfo const& profile,
-                                                     Belmo::String const& file,
-                                                     std::vector<MemoryDescription> const& memories = {});
+BELMO_EXPORT Belmo::Ptr<SimulatedChip> simulatedChip(
+    NerioSwitch::ProfileInfo const& profile, Belmo::String const& file,
+    std::vector<MemoryDescription> const& furtherMemories = {});
 
 }  // namespace Chip

@@ -8,6 +8,7 @@
 #include "ChipMemories.h"
 #include "TemporaryDirectory.h"
 #include "chip/FaultyBus.h"
+#include "chip/MemoryMap.h"
 #include "chip/SimulatedChip.h"
 
 namespace {
@@ -20,7 +21,9 @@ using testing::HasSubstr;
 
 class ChipFile : public testing::Test {
 protected:
-    Belmo::Ptr<Chip::SimulatedChip> open() const { return simulatedChip(*profile_, path_, memories_); }
+    Belmo::Ptr<Chip::SimulatedChip> open() const {
+        return Belmo::make<Chip::SimulatedChip>(*profile_, memories_, path_);
+    }
     /** The text of the failure to open the file; empty if it opens. */
     std::string openFailure() const {
         try {
@@ -45,7 +48,7 @@ protected:
 TEST_F(ChipFile, StartsAsZeroAndHoldsWhatAChipWithoutFileHolds) {
     auto const chip = open();
     EXPECT_THAT(chip->memory(), Each(0u));
-    auto const other = simulatedChip(*profile_, memories_);
+    auto const other = Belmo::make<Chip::SimulatedChip>(*profile_, memories_, std::nullopt);
     for (auto const& bus : {chip, other})
         writeAclRow(*bus, 5, 99);
     EXPECT_THAT(chip->memory(), ElementsAreArray(other->memory()));
@@ -112,6 +115,26 @@ TEST_F(ChipFile, OfAnotherChipIsRefusedAndLeftAlone) {
     EXPECT_TRUE(refused()) << "another order";
     memories_ = {aclMemory(), l3LagMemory()};
     EXPECT_EQ(openFailure(), "");
+}
+
+TEST_F(ChipFile, OfAChipThatKnewFewerMemoriesIsRefusedAndLeftAlone) {
+    memories_ = Chip::chipMemories(*profile_);
+    auto const known = memories_;
+    memories_.pop_back();
+    open()->write({7}, 99);
+    auto const before = contentsOf(path_);
+    memories_ = known;
+    EXPECT_THAT(openFailure(), HasSubstr(path_ + " has other registers or memories: found "));
+    EXPECT_EQ(contentsOf(path_), before);
+}
+
+TEST_F(ChipFile, OfTheProfilesChipHoldsItsMemoriesAndFurtherOnes) {
+    auto further = l3LagMemory();
+    simulatedChip(*profile_, path_, {further})->write({7}, 99);
+    auto const chip = simulatedChip(*profile_, path_, {further});
+    EXPECT_EQ(chip->read({7}), 99u);
+    EXPECT_EQ(chip->indirectMemory("pipeline[1]/processor/hashTest").description().rows(), 16u);
+    EXPECT_EQ(chip->indirectMemory("l3Lag[0]").description().rows(), 56u);
 }
 
 TEST_F(ChipFile, AtFaultIsRefusedAndLeftAlone) {

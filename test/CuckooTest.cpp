@@ -71,6 +71,24 @@ TEST(CuckooPlanner, TellsAFullTableFromOneWithoutAPath) {
     EXPECT_EQ(planner.plan(rows(1, 1)).slot, occupancy.slotOf(0, 1));
 }
 
+TEST(CuckooPlanner, ARowBehindTheTableIsNone) {
+    Occupancy occupancy(2, 8);
+    Planner planner(occupancy);
+    EXPECT_EQ(planner.plan(rows(8, 5)).slot, occupancy.slotOf(1, 5));
+    EXPECT_EQ(planner.plan(rows(8, 9)).outcome, Outcome::noPath);
+    occupancy.take(occupancy.slotOf(1, 5), rows(20, 5));
+    EXPECT_EQ(planner.plan(rows(8, 5)).outcome, Outcome::noPath) << "the occupant has no other row";
+}
+
+TEST(CuckooPlanner, AnImmovableOccupantStays) {
+    Occupancy occupancy(2, 8);
+    Planner planner(occupancy);
+    occupancy.take(occupancy.slotOf(0, 1), immovable);
+    EXPECT_EQ(planner.plan(rows(1, 2)).slot, occupancy.slotOf(1, 2));
+    occupancy.take(occupancy.slotOf(1, 2), immovable);
+    EXPECT_EQ(planner.plan(rows(1, 2)).outcome, Outcome::noPath);
+}
+
 /** Hash tables of keys by number, placed as a table would place them. */
 class Filler {
 public:

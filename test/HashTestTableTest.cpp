@@ -26,30 +26,14 @@ HashTestKey key(U32 first, U32 second, U32 number = 0) {
     return number << 6 | second << 3 | first;
 }
 
-/** What the chip keeps behind "hash_ctl" of a pipeline: words of key and result, two tables of eight rows. */
-Chip::MemoryDescription memoryOf(U32 pipeline) {
-    auto const prefix = "pipeline[" + std::to_string(pipeline) + "]/processor/";
-    Chip::MemoryDescription memory;
-    memory.name = prefix;
-    memory.dataRegisters = {prefix + "hash_data0", prefix + "hash_data1"};
-    memory.controlRegister = prefix + "hash_ctl";
-    memory.row = {0, 3};
-    memory.way = {14, 1};
-    memory.ways = 2;
-    memory.rowsPerWay = 8;
-    memory.writeStrobe = {15, 1};
-    return memory;
-}
-
 class HashTestTableTest : public NerioTest::TableFixture<HashTestTable> {
 protected:
-    HashTestTableTest() : TableFixture([] { return hashTestTableFactory("test"); }) {
-        memoriesAre({memoryOf(0), memoryOf(1)});
-    }
+    HashTestTableTest() : TableFixture([] { return hashTestTableFactory("test"); }) {}
 
     /** What the chip finds for a key in a pipeline, by its memory alone. */
     std::optional<U32> lookUp(HashTestKey wanted, U32 pipeline = 0) {
-        auto const& memory = chip().indirectMemory("pipeline[" + std::to_string(pipeline) + "]/processor/");
+        auto const& memory =
+            chip().indirectMemory("pipeline[" + std::to_string(pipeline) + "]/processor/hashTest");
         for (U32 table = 0; table < 2; ++table) {
             auto const row = memory.row(table * 8 + (wanted.value() >> (3 * table) & 7));
             if (row[0] == wanted.value() && row[1] != 0) return row[1];
@@ -290,6 +274,71 @@ TEST_F(HashTestTableTest, AWriteThatFailsInTheMiddleOfMovesLosesNoEntryAndIsMade
         EXPECT_EQ(rowsInUse(), 4u);
         holdsAcrossRestart([&] { EXPECT_EQ(table().entries().size(), 4u); });
     }
+}
+
+TEST_F(HashTestTableTest, ABringUpThatFailsAtAnyWriteIsMadeGoodByTheNext) {
+    constexpr U64 writesOfAStart = 2 * 16 * 3;
+    for (U64 fault = 1; fault <= writesOfAStart; ++fault) {
+        SCOPED_TRACE(fault);
+        make();
+        for (U32 number = 0; number < 5; ++number)
+            table().entryIs(key(number, 2, number), number + 1);
+        faulty().faultIs(Chip::Fault::fail, faulty().writes() + fault);
+        ASSERT_THROW(bringUp(StartMode::cold), NerioSwitchApi::BusException);
+        ASSERT_EQ(table().hashConvertor(), nullptr);
+        bringUp(StartMode::cold);
+        EXPECT_EQ(table().entries().size(), 5u);
+        EXPECT_EQ(rowsInUse(), 5u);
+        for (U32 number = 0; number < 5; ++number)
+            EXPECT_EQ(lookUp(key(number, 2, number)), number + 1);
+    }
+}
+
+TEST_F(HashTestTableTest, TheStatusNodeIsMadeOnceAndOutlivesItsTable) {
+    make();
+    EXPECT_EQ(table().tableStatus(), nullptr);
+    bringUp(StartMode::cold);
+    table().entryIs(key(5, 2), 77);
+    auto const status = table().tableStatus();
+    table().tableStatusIs();
+    EXPECT_EQ(table().tableStatus(), status);
+    restart();
+    EXPECT_TRUE(status->entryStatusHas(key(5, 2)));
+    status->entryStatusIs(TestEntryStatus().keyIs(key(6, 2)));
+    EXPECT_THAT(status->entryStatuses(), SizeIs(2));
+    status->entryStatusDelAll();
+    EXPECT_THAT(status->entryStatuses(), SizeIs(0));
+    EXPECT_TRUE(hasStatus(key(5, 2))) << "the table that came after has a node of its own";
+}
+
+TEST_F(HashTestTableTest, DeletingTheStatusNodeDeletesItsRecordsAndIsPublished) {
+    start();
+    table().entryIs(key(5, 2), 77);
+    std::vector<std::string> changes;
+    auto const subscription = table().publisher().observeAll(
+        [&](Belmo::Change const& change) { changes.emplace_back(change.attribute); });
+    table().tableStatusDel();
+    EXPECT_EQ(table().tableStatus(), nullptr);
+    table().tableStatusIs();
+    EXPECT_FALSE(hasStatus(key(5, 2)));
+    EXPECT_THAT(changes, ElementsAre("entryStatus", "tableStatus", "tableStatus"));
+}
+
+TEST_F(HashTestTableTest, ItemsMayBePutAndTakenAwayByKey) {
+    start();
+    auto const item = table().createHashEntry(key(1, 1), false);
+    table().cachedItemIs(item);
+    EXPECT_EQ(table().cachedItem(key(1, 1)), item);
+    EXPECT_EQ(table().createHashEntry(key(1, 1), true), item) << "the older one stays";
+    auto const other = table().createHashEntry(key(1, 1), false);
+    table().cachedItemIs(other);
+    EXPECT_EQ(table().cachedItem(key(1, 1)), other);
+    EXPECT_EQ(table().cachedItems(), 1u);
+    table().cachedItemDel(key(1, 1));
+    EXPECT_EQ(table().cachedItem(key(1, 1)), nullptr);
+    table().createHashEntry(key(2, 2), true);
+    table().cachedItemDelAll();
+    EXPECT_EQ(table().cachedItems(), 0u);
 }
 
 TEST_F(HashTestTableTest, LastHitTakesTheFirstHitThenTheLater) {

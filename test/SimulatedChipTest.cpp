@@ -6,16 +6,19 @@
 
 namespace {
 
-using Chip::simulatedChip;
 using NerioSwitchApi::BusException;
 using NerioSwitchApi::RegisterHandle;
 using testing::Each;
 using testing::ElementsAre;
 
 struct SimulatedChip : testing::Test {
+    /** A chip with just these memories, none of its own. */
+    Belmo::Ptr<Chip::SimulatedChip> chipWith(std::vector<Chip::MemoryDescription> const& memories) const {
+        return Belmo::make<Chip::SimulatedChip>(*profile, memories, std::nullopt);
+    }
+
     Belmo::Ptr<NerioSwitch::ProfileInfo> profile = NerioSwitch::profilePreset("default");
-    Belmo::Ptr<Chip::SimulatedChip> chip =
-        simulatedChip(*profile, {aclMemory(), l3LagMemory(), l3FloodMemory()});
+    Belmo::Ptr<Chip::SimulatedChip> chip = chipWith({aclMemory(), l3LagMemory(), l3FloodMemory()});
 
     void write(char const* path, U32 word) { chip->write(chip->address(path), word); }
     U32 read(char const* path) { return chip->read(chip->address(path)); }
@@ -57,7 +60,7 @@ TEST_F(SimulatedChip, ARowPassesOverHandlesThatDoNotExist) {
 }
 
 TEST_F(SimulatedChip, EqualWritesMakeEqualMemories) {
-    auto const other = simulatedChip(*profile, {aclMemory(), l3LagMemory(), l3FloodMemory()});
+    auto const other = chipWith({aclMemory(), l3LagMemory(), l3FloodMemory()});
     U32 const words[] = {1, 2, 3, 4, 1u << 18 | 7};
     chip->writeRow(rowOf(aclMemory()), words);
     EXPECT_THAT(chip->memory(), testing::Not(testing::ElementsAreArray(other->memory())));
@@ -66,7 +69,7 @@ TEST_F(SimulatedChip, EqualWritesMakeEqualMemories) {
 }
 
 TEST_F(SimulatedChip, StateForgetsWhichRowWasAccessedLast) {
-    auto const other = simulatedChip(*profile, {aclMemory(), l3LagMemory(), l3FloodMemory()});
+    auto const other = chipWith({aclMemory(), l3LagMemory(), l3FloodMemory()});
     U32 const first[] = {1, 2, 3, 4, 1u << 18 | 7};
     U32 const second[] = {5, 6, 7, 8, 1u << 18 | 9};
     chip->writeRow(rowOf(aclMemory()), first);
@@ -162,10 +165,26 @@ TEST_F(SimulatedChip, RefusesAMemoryItDoesNotHave) {
     EXPECT_THROW(chip->indirectMemory("acl[9]"), Belmo::RangeException);
 }
 
+TEST_F(SimulatedChip, MemoriesSelectedByDifferentBitsTellThemselvesApart) {
+    auto narrow = l3LagMemory();
+    narrow.name = "narrow";
+    narrow.select = {22, 1};
+    narrow.selected = 1;
+    auto const other = chipWith({l3LagMemory(), narrow});
+    U32 const both[] = {1, 2, 1u << 22 | 9u << 18 | 1u << 17 | 5};
+    U32 const one[] = {3, 4, 1u << 22 | 8u << 18 | 1u << 17 | 6};
+    other->writeRow(rowOf(l3LagMemory()), both);
+    other->writeRow(rowOf(l3LagMemory()), one);
+    EXPECT_THAT(other->indirectMemory("l3Lag[0]").row(5), ElementsAre(1, 2));
+    EXPECT_THAT(other->indirectMemory("l3Lag[0]").row(6), ElementsAre(0, 0));
+    EXPECT_THAT(other->indirectMemory("narrow").row(5), ElementsAre(1, 2));
+    EXPECT_THAT(other->indirectMemory("narrow").row(6), ElementsAre(3, 4));
+}
+
 TEST_F(SimulatedChip, RefusesAMemoryBehindRegistersItDoesNotHave) {
     auto memory = aclMemory();
     memory.controlRegister = "ingress/processor_acl[9]/hash_ctl";
-    EXPECT_THROW(simulatedChip(*profile, {memory}), NerioSwitchApi::UnknownRegisterException);
+    EXPECT_THROW(chipWith({memory}), NerioSwitchApi::UnknownRegisterException);
 }
 
 using SimulatedChipDeathTest = SimulatedChip;
@@ -178,7 +197,7 @@ TEST_F(SimulatedChipDeathTest, HandlesOfNoRegisterAreAProgrammingError) {
 TEST_F(SimulatedChipDeathTest, AMemoryLongerThanItsRowFieldIsAProgrammingError) {
     auto memory = aclMemory();
     memory.rowsPerWay = 2049;
-    EXPECT_DEATH(simulatedChip(*profile, {memory}), "reaches\\(description_.row, description_.rowsPerWay\\)");
+    EXPECT_DEATH(chipWith({memory}), "reaches\\(description_.row, description_.rowsPerWay\\)");
 }
 
 TEST_F(SimulatedChipDeathTest, RowsEndWithTheMemory) {

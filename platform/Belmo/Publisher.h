@@ -79,6 +79,11 @@ public:
         if (!registrations_.empty()) notify(Change{attribute, KeyRef(key)});
     }
 
+    /** The same for a change of a whole attribute. */
+    void publishChangeRecursive(std::string_view attribute) {
+        if (!registrations_.empty()) notify(Change{attribute, KeyRef()});
+    }
+
 private:
     class Walk;
     void notify(Change const& change);

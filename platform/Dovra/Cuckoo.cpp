@@ -22,7 +22,7 @@ HashItem::~HashItem() = default;
 Occupancy::Occupancy(U8 ways, U32 rowsPerWay)
     : ways_(ways), rowsPerWay_(rowsPerWay), occupants_(std::size_t{ways} * rowsPerWay) {
     BELMO_ASSERT(ways <= maxWays);
-    BELMO_ASSERT(rowsPerWay <= 65536);
+    BELMO_ASSERT(rowsPerWay <= 65535);
 }
 
 U8 Occupancy::wayOf(Slot slot) const {
@@ -77,12 +77,13 @@ Plan const& Planner::plan(Rows const& rows) {
     queue_.clear();
     bool isFound = false;
     for (U8 way = 0; way < occupancy_.ways() && !isFound; ++way) {
-        isFound = look(occupancy_.slotOf(way, rows[way]), noParent);
+        if (rows[way] < occupancy_.rowsPerWay()) isFound = look(occupancy_.slotOf(way, rows[way]), noParent);
     }
     for (std::size_t next = 0; next < queue_.size() && !isFound; ++next) {
         Slot const from = queue_[next];
         auto const& occupantRows = occupancy_.rowsOf(from);
         for (U8 way = 0; way < occupancy_.ways() && !isFound; ++way) {
+            if (occupantRows[way] >= occupancy_.rowsPerWay()) continue;
             Slot const to = occupancy_.slotOf(way, occupantRows[way]);
             if (search_[to] != currentSearch_) isFound = look(to, from);
         }

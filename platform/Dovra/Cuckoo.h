@@ -59,8 +59,11 @@ private:
 /** Hash tables that a key can have rows in, at most. */
 inline constexpr U8 maxWays = 4;
 
-/** A key's row in each hash table. */
+/** A key's row in each hash table; a row behind the table's last one is none that the key can live in. */
 using Rows = std::array<U16, maxWays>;
+
+/** The rows of an occupant that cannot move. */
+inline constexpr Rows immovable{0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF};
 
 /** A row over all hash tables: table * rows per table + row. */
 using Slot = U32;
@@ -68,7 +71,7 @@ using Slot = U32;
 /** Which slots are taken, and which rows their occupants could live in. */
 class BELMO_EXPORT Occupancy {
 public:
-    /** At most 4 ways of at most 65536 rows. */
+    /** At most 4 ways of at most 65535 rows. */
     Occupancy(U8 ways, U32 rowsPerWay);
 
     U8 ways() const { return ways_; }

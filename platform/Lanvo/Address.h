@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <compare>
 
 #include "Belmo/Assert.h"
@@ -32,8 +33,12 @@ public:
         return address;
     }
 
-    friend constexpr bool operator==(IpAddr const&, IpAddr const&) = default;
-    friend constexpr auto operator<=>(IpAddr const&, IpAddr const&) = default;
+    friend constexpr bool operator==(IpAddr const& a, IpAddr const& b) {
+        return std::bit_cast<U32>(a.bytes_) == std::bit_cast<U32>(b.bytes_);
+    }
+    friend constexpr auto operator<=>(IpAddr const& a, IpAddr const& b) {
+        return a.hostOrder() <=> b.hostOrder();
+    }
     constexpr U32 hash(U32 seed) const { return Sorn::hashOf(hostOrder(), seed); }
     Belmo::String text() const;
     static IpAddr fromText(Sorn::CharRange& range);

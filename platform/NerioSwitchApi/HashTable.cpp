@@ -1,6 +1,7 @@
 #include "NerioSwitchApi/HashTable.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "Belmo/Assert.h"
 
@@ -12,8 +13,13 @@ using Dovra::Cuckoo::Outcome;
 PhysicalHashProperties::~PhysicalHashProperties() = default;
 HashBaseCuckooEntry::~HashBaseCuckooEntry() = default;
 HashBaseHelper::~HashBaseHelper() = default;
-HashBaseTable::~HashBaseTable() = default;
-PhysicalHashTableConvertor::~PhysicalHashTableConvertor() = default;
+HashBaseTable::~HashBaseTable() {
+    if (auto* const convertor = hashConvertor()) convertor->swTableDel(*this);
+}
+
+PhysicalHashTableConvertor::~PhysicalHashTableConvertor() {
+    if (sharedIn_) sharedIn_->sharedHashTables.erase(sharedIndex_);
+}
 
 U32 HashBaseCuckooEntry::swTableId() const {
     return table_ == nullptr ? 0 : table_->swTableId();
@@ -27,18 +33,39 @@ bool HashBaseHelper::entryOwned(HwIndex) const {
 
 void HashBaseTable::lastHitByHashItemIs(Belmo::Ptr<Dovra::Cuckoo::HashItem const> const&, Belmo::Duration) {}
 
+PhysicalHashTableConvertor* HashBaseTable::hashConvertor() const {
+    return static_cast<PhysicalHashTableConvertor*>(profileConvertorPtr().get());
+}
+
 void HashBaseTable::doSetProfileConvertor(Belmo::Ptr<SwTableTypes> const& types) {
-    auto const convertor = profileConvertorFactory();
-    convertor->typesAre(*types);
-    convertor->profileIs(profile());
     helper_ = hashBaseHelperFactory();
     helper_->swTableIs(this);
-    helper_->convertorIs(convertor.get());
     helper_->doInit();
+    auto& shared = types->sharedHashTables;
+    auto const known = helper_->sharesTable() ? shared.find(helper_->physTableIndex()) : shared.end();
+    Belmo::Ptr<PhysicalHashTableConvertor> convertor;
+    if (known != shared.end()) {
+        convertor = known->second;
+    } else {
+        convertor = profileConvertorFactory();
+        convertor->typesAre(*types);
+        convertor->profileIs(profile());
+        if (helper_->sharesTable()) convertor->sharedIn(types, helper_->physTableIndex());
+    }
+    helper_->convertorIs(convertor.get());
     convertor->swTableIs(*this, helper_);
-    hashConvertor_ = convertor.get();
     profileConvertorPtrIs(convertor);
     doInitStatus();
+}
+
+void HashBaseTable::doCreateHwTable() {
+    // The table that attached first has made the hardware tables for all that share them.
+    if (hashConvertor()->hwTables().empty()) SwTable::doCreateHwTable();
+}
+
+void HashBaseTable::doDetach() {
+    if (auto* const convertor = hashConvertor()) convertor->swTableDel(*this);
+    SwTable::doDetach();
 }
 
 void PhysicalHashTableConvertor::swTableIs(HashBaseTable& table, Belmo::Ptr<HashBaseHelper> const& helper) {
@@ -50,6 +77,25 @@ void PhysicalHashTableConvertor::swTableIs(HashBaseTable& table, Belmo::Ptr<Hash
     planner_.emplace(*occupancy_);
     items_.resize(occupancy_->slots());
     nullItem_ = helper->nullHashEntry();
+}
+
+void PhysicalHashTableConvertor::swTableDel(HashBaseTable const& table) {
+    auto const found = std::find(tables_.begin(), tables_.end(), &table);
+    if (found == tables_.end()) return;
+    helpers_.erase(helpers_.begin() + (found - tables_.begin()));
+    tables_.erase(found);
+    for (HwIndex index = 0; index < items_.size(); ++index) {
+        if (!items_[index] || items_[index]->table() != &table) continue;
+        vacate(index);
+        reserve(index);
+    }
+    if (!helpers_.empty()) nullItem_ = helpers_.front()->nullHashEntry();
+}
+
+void PhysicalHashTableConvertor::sharedIn(Belmo::Ptr<SwTableTypes> const& types, U32 physTableIndex) {
+    sharedIn_ = types;
+    sharedIndex_ = physTableIndex;
+    types->sharedHashTables[physTableIndex] = this;
 }
 
 CuckooLocation PhysicalHashTableConvertor::location(HwIndex index) const {
@@ -103,6 +149,16 @@ void PhysicalHashTableConvertor::vacate(HwIndex index) {
     occupancy_->release(index);
     items_[index]->hwIndex_ = HwEntryConfig::noIndex;
     items_[index] = nullptr;
+}
+
+void PhysicalHashTableConvertor::reserve(HwIndex index) {
+    occupancy_->take(index, Dovra::Cuckoo::immovable);
+    ++reservedRows_;
+}
+
+void PhysicalHashTableConvertor::unreserve(HwIndex index) {
+    occupancy_->release(index);
+    --reservedRows_;
 }
 
 /** Clears rows that a failure of the bus left behind, before anything else is placed or found beside them. */
@@ -168,8 +224,14 @@ void PhysicalHashTableConvertor::updateHashEntryCounter(Belmo::Ptr<HashBaseCucko
     auto& counted = const_cast<HashBaseCuckooEntry&>(*entry).counted_;  // NOLINT
     if (counted == add) return;
     counted = add;
-    if (auto const counter = entryCounter(0))
-        counter->usedIs(add ? counter->used() + 1 : counter->used() - 1);
+    if (counter_) counter_->usedIs(add ? counter_->used() + 1 : counter_->used() - 1);
+}
+
+void PhysicalHashTableConvertor::initEntryCounter(TableGauge::TableKey const& key, U32 capacity,
+                                                  CapacityTableIndex index) {
+    if (counter_) return;  // a table that shares these rows has made it
+    SwTableProfileConvertor::initEntryCounter(key, capacity, index);
+    counter_ = entryCounter(index);
 }
 
 void PhysicalHashTableConvertor::handleHitBitEntry(HwTableId id, HwIndex index) {
@@ -180,13 +242,19 @@ void PhysicalHashTableConvertor::handleHitBitEntry(HwTableId id, HwIndex index) 
 }
 
 void PhysicalHashTableConvertor::initHwEntries(bool resetHw, U32 /*id*/) {
-    for (auto* table : tables_)
-        table->handleAllEntries();
+    bool const othersAreUp =
+        std::any_of(tables_.begin(), tables_.end(), [](auto const* table) { return table->initialized(); });
+    for (HwIndex index = 0; resetHw && index < items_.size(); ++index) {
+        if (reserved(index)) unreserve(index);
+    }
+    for (auto* table : tables_) {
+        if (!table->initialized()) table->handleAllEntries();
+    }
     for (HwIndex index = 0; index < items_.size(); ++index) {
-        if (items_[index]) continue;
+        if (occupancy_->taken(index)) continue;
         auto const words = nullWords(index);
         for (auto const& [id, table] : hwTables()) {
-            if (resetHw || differs(*table, index, words)) {
+            if ((resetHw && !othersAreUp) || differs(*table, index, words)) {
                 table->entryIs(HwEntryConfig(index, std::span(words), entryWords()));
             }
         }
@@ -195,13 +263,14 @@ void PhysicalHashTableConvertor::initHwEntries(bool resetHw, U32 /*id*/) {
 
 void PhysicalHashTableConvertor::syncEntries(U32 /*id*/) {
     for (HwIndex index = 0; index < items_.size(); ++index) {
-        if (hwTable(0)->storedEntry(index)) adopt(index);
+        if (!items_[index] && hwTable(0)->storedEntry(index)) adopt(index);
     }
 }
 
 /** Takes the item of a row over, unless the chip could not find it there or it stands in another row already.
  */
 void PhysicalHashTableConvertor::adopt(HwIndex index) {
+    if (reserved(index)) unreserve(index);
     for (auto const& helper : helpers_) {
         if (!helper->entryOwned(index)) continue;
         auto const item = helper->decodeHwEntry(index);
@@ -216,6 +285,7 @@ void PhysicalHashTableConvertor::adopt(HwIndex index) {
         helper->swTable()->entryIsByHashItem(item);
         return;
     }
+    if (differs(*hwTable(0), index, nullWords(index))) reserve(index);
 }
 
 std::optional<HwEntryConfig> PhysicalHashTableConvertor::wantedEntry(HwTableId, HwIndex index) const {

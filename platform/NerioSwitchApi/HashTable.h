@@ -99,6 +99,10 @@ public:
 
     virtual Belmo::Ptr<PhysicalHashProperties> doGetPhysTableProperties() const = 0;
     virtual void doInit();
+    /** The number of the physical table in the system's number space. */
+    virtual U32 physTableIndex() const { return 0; }
+    /** Other software tables, with helpers of the same index, may live in the rows of the physical table. */
+    virtual bool sharesTable() const { return false; }
     /** Whether the row, as the shadow holds it, is one of this helper's table. */
     virtual bool entryOwned(HwIndex index) const;
     /** Writes the location part of the control word. */
@@ -156,21 +160,24 @@ public:
     virtual void handleAllEntries() = 0;
 
     void doSetProfileConvertor(Belmo::Ptr<SwTableTypes> const& types) final;
+    void doCreateHwTable() final;
+    void doDetach() final;
     Belmo::Ptr<HashBaseHelper> const& helper() const { return helper_; }
-    PhysicalHashTableConvertor* hashConvertor() const { return hashConvertor_; }
+    PhysicalHashTableConvertor* hashConvertor() const;
 
 protected:
     using SwTable::SwTable;
 
 private:
     Belmo::Ptr<HashBaseHelper> helper_;
-    PhysicalHashTableConvertor* hashConvertor_ = nullptr;
 };
 
 /** How often a placement needed how many moves; the last counts all longer chains. */
 using MoveHistogram = std::array<U64, 17>;
 
-/** Places items in the rows of one physical hash table and keeps its hardware tables, copies of each other.
+/**
+ * Places items in the rows of one physical hash table and keeps its hardware tables, copies of each other.
+ * Rows of a software table that shares them, but is not attached, stay as they are.
  */
 class BELMO_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
 public:
@@ -188,10 +195,15 @@ public:
     void handleHitBitEntry(HwTableId id, HwIndex index) override;
     void initHwEntries(bool resetHw, U32 id) override;
     void syncEntries(U32 id) override;
+    void initEntryCounter(TableGauge::TableKey const& key, U32 capacity, CapacityTableIndex index) override;
     std::optional<HwEntryConfig> wantedEntry(HwTableId id, HwIndex index) const override;
 
     /** Adds a software table; the first one's helper gives the geometry. */
     void swTableIs(HashBaseTable& table, Belmo::Ptr<HashBaseHelper> const& helper);
+    /** Forgets a software table; its rows stay in hardware. */
+    void swTableDel(HashBaseTable const& table);
+    /** The table may be found by others that share it, for as long as this convertor lives. */
+    void sharedIn(Belmo::Ptr<SwTableTypes> const& types, U32 physTableIndex);
     HashBaseTable* swTable(U32 number) const { return tables_.at(number); }
     U32 swTables() const { return static_cast<U32>(tables_.size()); }
     Belmo::Ptr<HashBaseHelper> const& helper(U32 number) const { return helpers_.at(number); }
@@ -205,7 +217,8 @@ public:
     Dovra::Cuckoo::CuckooLocation location(HwIndex index) const;
     /** The item in a row; null for a free one. */
     Belmo::Ptr<HashBaseCuckooEntry> const& itemAt(HwIndex index) const { return items_[index]; }
-    U32 rowsInUse() const { return occupancy_->used(); }
+    /** Rows that hold items. */
+    U32 rowsInUse() const { return occupancy_->used() - reservedRows_; }
     MoveHistogram const& moveHistogram() const { return moveHistogram_; }
     U64 failedPlacements() const { return failedPlacements_; }
 
@@ -225,6 +238,9 @@ private:
     void settle(Belmo::Ptr<HashBaseCuckooEntry> const& entry, HwIndex index, Dovra::Cuckoo::Rows const& rows);
     void vacate(HwIndex index);
     void clearLeftovers();
+    bool reserved(HwIndex index) const { return occupancy_->taken(index) && !items_[index]; }
+    void reserve(HwIndex index);
+    void unreserve(HwIndex index);
     void adopt(HwIndex index);
 
     std::vector<HashBaseTable*> tables_;
@@ -234,11 +250,16 @@ private:
     std::optional<Dovra::Cuckoo::Occupancy> occupancy_;
     std::optional<Dovra::Cuckoo::Planner> planner_;
     std::vector<Belmo::Ptr<HashBaseCuckooEntry>> items_;
+    /** Rows that are taken, and whose software table is not attached. */
+    U32 reservedRows_ = 0;
     Belmo::Ptr<HashBaseCuckooEntry> nullItem_;
     /** Free rows in which hardware still holds what a failed call left there. */
     std::vector<HwIndex> leftovers_;
     MoveHistogram moveHistogram_{};
     U64 failedPlacements_ = 0;
+    Belmo::Ptr<TableGauge::Counter> counter_;
+    Belmo::Ptr<SwTableTypes> sharedIn_;
+    U32 sharedIndex_ = 0;
 };
 
 }  // namespace NerioSwitchApi

@@ -106,6 +106,10 @@ void SwTable::doInitComplete() {
     initialized_ = true;
 }
 
+void SwTable::doDetach() {
+    convertor_ = nullptr;
+}
+
 Belmo::String SwTable::hwTableName(Belmo::String const& swTableName, Belmo::String const& profileName,
                                    Belmo::String const& tableName, HwTableId id) {
     return fmt::format("{}/{}/{}/{}", escaped(swTableName), escaped(profileName), escaped(tableName), id);

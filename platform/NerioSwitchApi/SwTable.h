@@ -16,6 +16,7 @@
 namespace NerioSwitchApi {
 
 class SwTable;
+class PhysicalHashTableConvertor;
 
 using TableGauge::CapacityTableIndex;
 
@@ -26,6 +27,8 @@ struct SwTableTypes : Belmo::Node {
 
     Belmo::Ptr<HwTableDescriptorConfig> hwTableDescriptorConfig;
     Belmo::Ptr<HwTableCollection> hwTableCollection;
+    /** The physical hash tables that several software tables may share, by their helpers' table index. */
+    std::map<U32, PhysicalHashTableConvertor*> sharedHashTables;
 };
 
 /**
@@ -146,6 +149,8 @@ public:
     virtual void syncEntries();
     /** The end of bring-up: from here on changes reach hardware. */
     virtual void doInitComplete();
+    /** Bring-up failed: the convertor goes, to be made anew by the next attempt. */
+    virtual void doDetach();
 
     Belmo::String const& name() const { return name_; }
     Belmo::Ptr<NerioSwitch::ProfileInfo const> const& profile() const { return profile_; }

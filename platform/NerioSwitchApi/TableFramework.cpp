@@ -23,7 +23,7 @@ void TableFramework::tableIs(Belmo::Ptr<SwTable> const& table, StartMode mode) {
     try {
         bringUp(*table, mode);
     } catch (...) {
-        table->profileConvertorPtrIs(nullptr);
+        table->doDetach();
         throw;
     }
 }

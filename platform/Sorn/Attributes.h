@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <concepts>
+#include <cstddef>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
@@ -36,6 +38,21 @@ constexpr void forEachAttribute(Object& object, Visit&& visit) {
                std::remove_const_t<Object>::attributes());
 }
 
+namespace Detail {
+
+template <class T>
+inline constexpr bool isArray = false;
+template <class T, std::size_t size>
+inline constexpr bool isArray<std::array<T, size>> = true;
+
+}  // namespace Detail
+
+/** A value type that says all its attributes in a few numbers, so that it is hashed in less time. */
+template <class T>
+concept HashedByNumbers = requires(T const& value) {
+    { *value.hashNumbers().begin() } -> std::convertible_to<U64>;
+};
+
 /** Adds a value of any attribute type to a hash; texts and maps with their size, so that none runs on. */
 template <class T>
 constexpr void hashInto(HashMixer& mixer, T const& value) {
@@ -47,6 +64,9 @@ constexpr void hashInto(HashMixer& mixer, T const& value) {
         mixer.add(value.size());
         for (char const c : value)
             mixer.add(static_cast<U8>(c));
+    } else if constexpr (Detail::isArray<T>) {
+        for (auto const& element : value)
+            hashInto(mixer, element);
     } else {
         mixer.add(value.size());
         for (auto const& [key, member] : value) {
@@ -60,7 +80,12 @@ constexpr void hashInto(HashMixer& mixer, T const& value) {
 template <class Object>
 U32 hashAttributes(Object const& object, U32 seed) {
     HashMixer mixer(seed);
-    forEachAttribute(object, [&](char const*, auto const& value) { hashInto(mixer, value); });
+    if constexpr (HashedByNumbers<Object>) {
+        for (U64 const number : object.hashNumbers())
+            mixer.add(number);
+    } else {
+        forEachAttribute(object, [&](char const*, auto const& value) { hashInto(mixer, value); });
+    }
     return mixer.result();
 }
 

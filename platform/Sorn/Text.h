@@ -22,6 +22,7 @@
  *   an enumerator       access       (its number where it has no name)
  *   a value type        NerioSwitchTable::PortConfigKey(portId=5)
  *   a map               {0:3,1:4}
+ *   an array            [5,6]
  */
 namespace Sorn {
 
@@ -60,6 +61,13 @@ Belmo::String text(T const& value) {
             result.append(text(key)).append(":").append(text(member));
         }
         return result + "}";
+    } else if constexpr (Detail::isArray<T>) {
+        Belmo::String result = "[";
+        for (auto const& element : value) {
+            if (result.size() > 1) result += ",";
+            result += text(element);
+        }
+        return result + "]";
     } else if constexpr (DescribedEnum<T>) {
         auto const name = enumName(value);
         return name.empty() ? fmt::format("{}", static_cast<U64>(value)) : Belmo::String(name);
@@ -120,6 +128,19 @@ T parseEnum(CharRange& range) {
     return static_cast<T>(parseNumber<std::underlying_type_t<T>>(range));
 }
 
+template <class Array>
+Array parseArray(CharRange& range) {
+    Array result{};
+    char const* separator = "[";
+    for (auto& element : result) {
+        range.expect(separator);
+        separator = ",";
+        element = parse<typename Array::value_type>(range);
+    }
+    range.expect("]");
+    return result;
+}
+
 /** Reads a value in its text form; throws `Belmo::DeserializationException` or `Belmo::RangeException`. */
 template <class T>
 T parse(CharRange& range) {
@@ -137,6 +158,8 @@ T parse(CharRange& range) {
             result[key] = parse<typename T::mapped_type>(range);
         }
         return result;
+    } else if constexpr (Detail::isArray<T>) {
+        return parseArray<T>(range);
     } else if constexpr (DescribedEnum<T>) {
         return parseEnum<T>(range);
     } else if constexpr (std::same_as<T, Belmo::Duration>) {

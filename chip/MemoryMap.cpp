@@ -1,0 +1,120 @@
+#include "chip/MemoryMap.h"
+
+#include <algorithm>
+#include <bit>
+#include <fmt/format.h>
+
+#include "chip/Geometry.h"
+
+namespace Chip {
+
+namespace {
+
+using NerioSwitch::ProfileInfo;
+constexpr auto acl = NerioSwitch::TableLayoutEnum::tableLayoutAcl;
+
+/** How the words of a control register are read. */
+struct ControlWord {
+    ControlField row;
+    ControlField way{};
+    ControlField writeStrobe{};
+    ControlField readStrobe{};
+    ControlField select{};
+};
+
+constexpr ControlWord hashTestWord{.row = {0, 12}, .way = {14, 1}, .writeStrobe = {15, 1}};
+constexpr ControlWord hitWord{.row = {0, 12}, .readStrobe = {16, 1}, .select = {18, 4}};
+/** Selected by the physical table and, above it, the low bit of the pipeline. */
+constexpr ControlWord aclWord{
+    .row = {0, 11}, .way = {11, 1}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 4}};
+/** Of a processor that serves one pipeline: the bit of the pipeline stays 0. */
+constexpr ControlWord aclWordOfOnePipeline{
+    .row = {0, 12}, .way = {12, 1}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 4}};
+constexpr ControlWord aclCounterWord{
+    .row = {0, 11}, .way = {11, 1}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 3}};
+
+/** What a memory is beside its control word. */
+struct Shape {
+    U32 dataRegisters;
+    U32 rowsPerWay;
+    U32 ways;
+    U32 selected = 0;
+};
+
+/** A memory behind the registers "hash_data0" and on and "hash_ctl" of that prefix. */
+MemoryDescription hashMemory(Belmo::String const& prefix, Belmo::String const& name, ControlWord const& word,
+                             Shape const& shape) {
+    MemoryDescription memory{.name = prefix + name,
+                             .dataRegisters = {},
+                             .controlRegister = prefix + "hash_ctl",
+                             .row = word.row,
+                             .writeStrobe = word.writeStrobe,
+                             .rowsPerWay = shape.rowsPerWay,
+                             .readStrobe = word.readStrobe,
+                             .way = word.way,
+                             .ways = shape.ways,
+                             .select = word.select,
+                             .selected = shape.selected};
+    for (U32 i = 0; i < shape.dataRegisters; ++i)
+        memory.dataRegisters.push_back(fmt::format("{}hash_data{}", prefix, i));
+    return memory;
+}
+
+/** The hit bits that control words reach as number 11 of a processor's memories. */
+MemoryDescription hitMemory(Belmo::String const& prefix, U32 rows) {
+    auto memory = hashMemory(prefix, "hits", hitWord, {3, rows, 1, 11});
+    memory.clearedByRead = true;
+    return memory;
+}
+
+/** Lets a memory's rows have their hit bits in that prefix's hit memory: ways stand 9 bits apart. */
+MemoryDescription withHits(MemoryDescription memory, Belmo::String const& prefix, U32 firstBit) {
+    memory.hits = {.memory = prefix + "hits", .bits = {}, .rowsPerBit = memory.rowsPerWay};
+    for (U32 way = 0; way < memory.ways; ++way)
+        memory.hits.bits.push_back(static_cast<U8>(firstBit + 9 * way));
+    return memory;
+}
+
+void addPipeline(U32 pipeline, std::vector<MemoryDescription>& memories) {
+    auto const prefix = fmt::format("pipeline[{}]/processor/", pipeline);
+    memories.push_back(withHits(hashMemory(prefix, "hashTest", hashTestWord, {2, 8, 2}), prefix, 0));
+    memories.push_back(hitMemory(prefix, 4));
+}
+
+/** A way has as many rows as the layout says, taken down to a power of two that a control word can name. */
+U32 aclRowsPerWay(ProfileInfo const& profile, ControlField row) {
+    return std::min(std::bit_floor(profile.getHardwareTableLayout(acl)->size), U32{1} << row.width);
+}
+
+void addAclProcessor(ProfileInfo const& profile, U32 processor, std::vector<MemoryDescription>& memories) {
+    auto const prefix = fmt::format("ingress/processor_acl[{}]/", processor);
+    bool const onePipeline = aclProcessorPerPipeline(profile);
+    auto const& word = onePipeline ? aclWordOfOnePipeline : aclWord;
+    U32 const rowsPerWay = aclRowsPerWay(profile, word.row);
+    for (U32 pipeline = 0; rowsPerWay > 0 && pipeline < profile.numPipelinesOfTable(acl); ++pipeline) {
+        if (profile.pipeToProcessorId(pipeline, acl) != processor) continue;
+        U32 const pipelineBit = onePipeline ? 0 : pipeline & 1;
+        for (U32 const table : {0, 1, 2, 5}) {
+            auto const name = fmt::format("table{}/pipeline{}", table, pipeline);
+            memories.push_back(hashMemory(prefix, name, word, {4, rowsPerWay, 2, pipelineBit << 3 | table}));
+        }
+    }
+    memories.push_back(hashMemory(prefix, "counters", aclCounterWord, {5, 2048, 2, 4}));
+}
+
+}  // namespace
+
+bool aclProcessorPerPipeline(ProfileInfo const& profile) {
+    return profile.numProcessors(acl) == profile.numPipelinesOfTable(acl);
+}
+
+std::vector<MemoryDescription> chipMemories(ProfileInfo const& profile) {
+    std::vector<MemoryDescription> memories;
+    for (U32 pipeline = 0; pipeline < pipelineCount(profile); ++pipeline)
+        addPipeline(pipeline, memories);
+    for (U32 processor = 0; processor < processorCount(profile, acl); ++processor)
+        addAclProcessor(profile, processor, memories);
+    return memories;
+}
+
+}  // namespace Chip

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <vector>
+
+#include "Belmo/Export.h"
+#include "NerioSwitch/ProfileInfo.h"
+
+#include "chip/IndirectMemory.h"
+
+namespace Chip {
+
+/**
+ * The memories that the chip of a profile has behind its control registers. A memory's name is the prefix of
+ * its registers and what it holds there:
+ *
+ *   "pipeline[0]/processor/hashTest", ".../hits"     in each pipeline: the rows of the hash test table, and
+ *                                                    the hit bits of the pipeline's memories
+ *   "ingress/processor_acl[0]/table0/pipeline0"      in each ACL processor: the physical tables 0, 1, 2 and
+ *                                                    5 of each pipeline that it serves
+ *   "ingress/processor_acl[0]/counters"              and its indirect counters
+ *
+ * A hit memory is read by its read strobe, a row at a time, and a read clears what it read: whoever reads
+ * takes the hit bits of all tables in that row.
+ */
+BELMO_EXPORT std::vector<MemoryDescription> chipMemories(NerioSwitch::ProfileInfo const& profile);
+
+/** Whether each pipeline has an ACL processor of its own: rows are longer and more of them then. */
+BELMO_EXPORT bool aclProcessorPerPipeline(NerioSwitch::ProfileInfo const& profile);
+
+}  // namespace Chip

@@ -1,0 +1,166 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <set>
+
+#include "chip/MemoryMap.h"
+#include "chip/SimulatedChip.h"
+
+namespace {
+
+using NerioSwitchApi::BusException;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::Not;
+
+constexpr auto acl = NerioSwitch::TableLayoutEnum::tableLayoutAcl;
+
+struct MemoryMap : testing::Test {
+    /** One ACL processor for two pipelines each, and four pipelines. */
+    void shareAclProcessors() {
+        profile->numPipelines = 4;
+        profile->layouts[acl] = {2, 4, 2, 2048, {0, 0, 1, 1}, {0, 0, 1, 1}};
+    }
+    void make() { chip = Chip::simulatedChip(*profile); }
+    std::set<Belmo::String> names() const {
+        std::set<Belmo::String> names;
+        for (auto const& memory : Chip::chipMemories(*profile))
+            names.insert(memory.name);
+        return names;
+    }
+    /** Writes the data registers 1, 2, 3 and so on, and then the control word. */
+    void store(Belmo::String const& prefix, U32 dataRegisters, U32 control) {
+        for (U32 i = 0; i < dataRegisters; ++i)
+            chip->write(chip->address(prefix + "hash_data" + std::to_string(i)), i + 1);
+        chip->write(chip->address(prefix + "hash_ctl"), control);
+    }
+    std::vector<U32> row(Belmo::String const& memory, U32 number) {
+        auto const row = chip->indirectMemory(memory).row(number);
+        return {row.begin(), row.end()};
+    }
+    /** How many rows of all memories hold anything. */
+    U32 rowsInUse() const {
+        U32 count = 0;
+        for (auto const& memory : Chip::chipMemories(*profile)) {
+            auto const& rows = chip->indirectMemory(memory.name);
+            for (U32 number = 0; number < memory.rows(); ++number)
+                count += testing::Matches(Each(0u))(rows.row(number)) ? 0 : 1;
+        }
+        return count;
+    }
+
+    Belmo::Ptr<NerioSwitch::ProfileInfo> profile = NerioSwitch::profilePreset("default");
+    Belmo::Ptr<Chip::SimulatedChip> chip;
+};
+
+TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
+    std::set<Belmo::String> expected;
+    for (U32 i = 0; i < 2; ++i) {
+        auto const number = std::to_string(i);
+        for (auto const* name : {"hashTest", "hits"})
+            expected.insert("pipeline[" + number + "]/processor/" + name);
+        expected.insert("ingress/processor_acl[" + number + "]/counters");
+        for (auto const* table : {"table0", "table1", "table2", "table5"})
+            expected.insert("ingress/processor_acl[" + number + "]/" + table + "/pipeline" + number);
+    }
+    EXPECT_EQ(names(), expected);
+    make();
+    for (auto const& name : expected)
+        EXPECT_NO_THROW(chip->indirectMemory(name));
+}
+
+TEST_F(MemoryMap, AHashTestRowIsStoredByBitFifteenInTheWayOfBitFourteen) {
+    make();
+    store("pipeline[1]/processor/", 2, 0x8005);
+    EXPECT_THAT(row("pipeline[1]/processor/hashTest", 5), ElementsAre(1, 2));
+    store("pipeline[1]/processor/", 2, 0xC007);
+    EXPECT_THAT(row("pipeline[1]/processor/hashTest", 15), ElementsAre(1, 2));
+    EXPECT_EQ(rowsInUse(), 2u);
+    EXPECT_THROW(store("pipeline[1]/processor/", 2, 0x8008), BusException);
+    store("pipeline[1]/processor/", 2, 0x4004);
+    EXPECT_EQ(rowsInUse(), 2u) << "without a strobe nothing is stored";
+}
+
+TEST_F(MemoryMap, AnAclRowOfAProcessorPerPipelineHasTwelveBitsAndTheWayInBitTwelve) {
+    make();
+    U32 rows = 0;
+    for (U32 const table : {0, 1, 2, 5}) {
+        auto const memory = "ingress/processor_acl[1]/table" + std::to_string(table) + "/pipeline1";
+        store("ingress/processor_acl[1]/", 4, 1u << 18 | table << 13 | 1u << 12 | 4095);
+        EXPECT_THAT(row(memory, 4096 + 4095), ElementsAre(1, 2, 3, 4));
+        store("ingress/processor_acl[1]/", 4, 1u << 18 | table << 13 | 1u << 11);
+        EXPECT_THAT(row(memory, 2048), ElementsAre(1, 2, 3, 4));
+        rows += 2;
+        EXPECT_EQ(rowsInUse(), rows);
+    }
+    store("ingress/processor_acl[1]/", 4, 1u << 18 | 1u << 16);
+    store("ingress/processor_acl[1]/", 4, 1u << 18 | 3u << 13);
+    EXPECT_EQ(rowsInUse(), rows) << "a pipeline bit, and a table that is not there";
+}
+
+TEST_F(MemoryMap, AnAclRowOfASharedProcessorHasElevenBitsAndThePipelinesLowBit) {
+    shareAclProcessors();
+    make();
+    EXPECT_THAT(names(), Contains("ingress/processor_acl[1]/table5/pipeline3"));
+    EXPECT_THAT(names(), Not(Contains("ingress/processor_acl[1]/table5/pipeline1")));
+    U32 rows = 0;
+    for (U32 const table : {0, 1, 2, 5}) {
+        for (U32 const pipeline : {2u, 3u}) {
+            auto const memory = "ingress/processor_acl[1]/table" + std::to_string(table) + "/pipeline" +
+                                std::to_string(pipeline);
+            store("ingress/processor_acl[1]/", 4,
+                  1u << 18 | (pipeline & 1) << 16 | table << 13 | 1u << 11 | 2047);
+            EXPECT_THAT(row(memory, 2048 + 2047), ElementsAre(1, 2, 3, 4));
+            EXPECT_EQ(rowsInUse(), ++rows);
+        }
+    }
+}
+
+TEST_F(MemoryMap, OnlyTheTwoCountsTellWhetherAclProcessorsAreShared) {
+    profile->aclPipeModeCapable = false;
+    EXPECT_TRUE(Chip::aclProcessorPerPipeline(*profile));
+    profile->aclPipeModeCapable = true;
+    profile->layouts[acl].processors = 1;
+    EXPECT_FALSE(Chip::aclProcessorPerPipeline(*profile));
+}
+
+TEST_F(MemoryMap, AclWaysAreAsLongAsTheLayoutSaysAndTheControlWordReaches) {
+    auto const rowsPerWay = [&](U32 size) {
+        profile->layouts[acl].size = size;
+        make();
+        return chip->indirectMemory("ingress/processor_acl[0]/table0/pipeline0").description().rowsPerWay;
+    };
+    EXPECT_EQ(rowsPerWay(1), 1u);
+    EXPECT_EQ(rowsPerWay(2047), 1024u);
+    EXPECT_EQ(rowsPerWay(2048), 2048u);
+    EXPECT_EQ(rowsPerWay(4096), 4096u);
+    EXPECT_EQ(rowsPerWay(8192), 4096u);
+    shareAclProcessors();
+    EXPECT_EQ(rowsPerWay(1024), 1024u);
+    EXPECT_EQ(rowsPerWay(4096), 2048u);
+    profile->layouts[acl].size = 0;
+    EXPECT_THAT(names(), Not(Contains("ingress/processor_acl[0]/table0/pipeline0")));
+    profile->layouts.erase(acl);
+    EXPECT_THAT(names(), Not(Contains("ingress/processor_acl[0]/counters")));
+}
+
+TEST_F(MemoryMap, CountersAreTheFourthTableOfAnAclProcessor) {
+    for (bool const shared : {false, true}) {
+        if (shared) shareAclProcessors();
+        make();
+        store("ingress/processor_acl[0]/", 5, 1u << 18 | 1u << 15 | 1u << 11 | 2047);
+        EXPECT_THAT(row("ingress/processor_acl[0]/counters", 2048 + 2047), ElementsAre(1, 2, 3, 4, 5));
+        EXPECT_EQ(rowsInUse(), 1u);
+    }
+}
+
+TEST_F(MemoryMap, AclRowsAreReadByBitSeventeen) {
+    make();
+    store("ingress/processor_acl[0]/", 4, 1u << 18 | 2u << 13 | 7);
+    chip->write(chip->address("ingress/processor_acl[0]/hash_data2"), 0);
+    chip->write(chip->address("ingress/processor_acl[0]/hash_ctl"), 1u << 17 | 2u << 13 | 7);
+    EXPECT_EQ(chip->read(chip->address("ingress/processor_acl[0]/hash_data2")), 3u);
+    EXPECT_EQ(rowsInUse(), 1u);
+}
+
+}  // namespace
