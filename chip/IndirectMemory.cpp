@@ -1,8 +1,10 @@
 #include "chip/IndirectMemory.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <fmt/format.h>
+#include <iterator>
 #include <utility>
 
 #include "Belmo/Assert.h"
@@ -67,17 +69,15 @@ U32 IndirectMemory::addressedRow(U32 control) const {
 }
 
 void IndirectMemory::controlIs(U32 control) {
-    bool const writes = stores(control);
-    bool const reads = description_.readStrobe.of(control) != 0;
-    if (!writes && !reads) return;
-    auto const row = wordsOf(addressedRow(control));
-    for (std::size_t i = 0; i < row.size(); ++i) {
-        if (writes) {
-            row[i] = *dataRegisters_[i];
-        } else {
+    if (stores(control)) {
+        auto* word = wordsOf(addressedRow(control)).data();
+        for (auto const* data : dataRegisters_)
+            *word++ = *data;
+    } else if (description_.readStrobe.of(control) != 0) {
+        auto const row = wordsOf(addressedRow(control));
+        for (std::size_t i = 0; i < row.size(); ++i)
             *dataRegisters_[i] = row[i];
-            if (description_.clearedByRead) row[i] = 0;
-        }
+        if (description_.clearedByRead) std::ranges::fill(row, 0);
     }
 }
 
@@ -102,22 +102,21 @@ void IndirectMemory::hitIs(U32 number) {
 }
 
 ControlRegister::ControlRegister(std::vector<IndirectMemory*> const& memories) {
-    U32 first = 32;
-    U32 end = 0;
+    U32 selects = 0;
     for (auto const* memory : memories) {
         auto const select = memory->description().select;
-        if (select.width == 0) continue;
-        first = std::min<U32>(first, select.offset);
-        end = std::max<U32>(end, select.offset + select.width);
+        selects |= ((U32{1} << select.width) - 1) << select.offset;
     }
-    if (first < end) selects_ = {static_cast<U8>(first), static_cast<U8>(end - first)};
-    BELMO_ASSERT(selects_.width <= 12);
-    answering_.resize(std::size_t{1} << selects_.width);
-    for (U32 value = 0; value < answering_.size(); ++value) {
-        for (auto* memory : memories) {
-            if (memory->answers(value << selects_.offset)) answering_[value].push_back(memory);
-        }
+    if (selects != 0) shift_ = static_cast<U32>(std::countr_zero(selects));
+    auto const width = std::bit_width(selects >> shift_);
+    BELMO_ASSERT(width <= 12);
+    mask_ = (U32{1} << width) - 1;
+    for (U32 value = 0; value <= mask_; ++value) {
+        firsts_.push_back(static_cast<U32>(answering_.size()));
+        std::ranges::copy_if(memories, std::back_inserter(answering_),
+                             [&](auto const* memory) { return memory->answers(value << shift_); });
     }
+    firsts_.push_back(static_cast<U32>(answering_.size()));
 }
 
 }  // namespace Chip

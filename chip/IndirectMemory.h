@@ -122,15 +122,19 @@ public:
     explicit ControlRegister(std::vector<IndirectMemory*> const& memories);
 
     /** The memories that a control word speaks to. */
-    std::vector<IndirectMemory*> const& answering(U32 control) const {
-        return answering_[selects_.of(control)];
+    std::span<IndirectMemory* const> answering(U32 control) const {
+        U32 const value = control >> shift_ & mask_;
+        return {answering_.data() + firsts_[value], answering_.data() + firsts_[value + 1]};
     }
 
 private:
-    /** The bits from the lowest to the highest that any memory is selected by. */
-    ControlField selects_;
-    /** For each value of those bits. */
-    std::vector<std::vector<IndirectMemory*>> answering_;
+    /** Take from a control word the bits from the lowest to the highest that any memory is selected by. */
+    U32 shift_ = 0;
+    U32 mask_ = 0;
+    /** For each value of those bits the memories that answer it, one value behind the other. */
+    std::vector<IndirectMemory*> answering_;
+    /** For each value the position of its first memory, and one position behind the last. */
+    std::vector<U32> firsts_;
 };
 
 }  // namespace Chip

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -6,7 +8,6 @@
 namespace {
 
 using NerioSwitchApi::BusException;
-using testing::Each;
 using testing::ElementsAre;
 
 /** Starts a read of a hit memory, with the number of the read in its low bits. */
@@ -21,6 +22,8 @@ struct HitMemory : testing::Test {
     U32 read(Belmo::String const& path) { return chip->read(chip->address(path)); }
     /** A packet hits that row of the hash test table. */
     void hit(U32 way, U32 row) { chip->hitIs(processor + "hash_ctl", 1u << 15 | way << 14 | row); }
+    /** Whether the chip is as it was made. */
+    bool isClear() const { return std::ranges::none_of(chip->state(), std::identity()); }
     /** The bits that one read finds set. */
     std::vector<U32> bitsOf(U32 number, Belmo::String const& prefix = processor) {
         write(prefix + "hash_ctl", trigger + number);
@@ -53,7 +56,7 @@ TEST_F(HitMemory, AReadClearsWhatItReadAndNoMore) {
     EXPECT_THAT(bitsOf(1), ElementsAre(0, 36));
     EXPECT_THAT(bitsOf(1), ElementsAre());
     EXPECT_THAT(bitsOf(2), ElementsAre(0));
-    EXPECT_THAT(chip->state(), Each(0u));
+    EXPECT_TRUE(isClear());
 }
 
 TEST_F(HitMemory, AHitCountsOnce) {
@@ -122,7 +125,7 @@ TEST_F(HitMemory, RefusesAHitOnWhatHasNoHitBits) {
     EXPECT_THROW(chip->hitIs(processor + "hash_ctl", 0x8008), BusException);
     EXPECT_THROW(chip->hitIs("pipeline[9]/processor/hash_ctl", 0x8000),
                  NerioSwitchApi::UnknownRegisterException);
-    EXPECT_THAT(chip->state(), Each(0u));
+    EXPECT_TRUE(isClear());
 }
 
 /** Rows whose bits lie elsewhere than one per way: a later read, and one bit for two ways. */
@@ -164,7 +167,7 @@ TEST_F(SharedHitMemory, OfAnotherProcessorTakesHitsWhereItsMappingSays) {
     EXPECT_THAT(bitsOf(8, "ingress/processor_l3[0]/"), ElementsAre(3, 12));
     EXPECT_THAT(bitsOf(8 + 4, "ingress/processor_l3[0]/"), ElementsAre(39));
     EXPECT_THAT(bitsOf(8 + 7, "ingress/processor_l3[0]/"), ElementsAre(48));
-    EXPECT_THAT(chip->state(), Each(0u));
+    EXPECT_TRUE(isClear());
 }
 
 TEST_F(SharedHitMemory, LookUpsSetAHitByTheRowsNumber) {

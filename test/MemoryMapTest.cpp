@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <set>
@@ -9,7 +11,6 @@ namespace {
 
 using NerioSwitchApi::BusException;
 using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::Not;
 
@@ -44,7 +45,7 @@ struct MemoryMap : testing::Test {
         for (auto const& memory : Chip::chipMemories(*profile)) {
             auto const& rows = chip->indirectMemory(memory.name);
             for (U32 number = 0; number < memory.rows(); ++number)
-                count += testing::Matches(Each(0u))(rows.row(number)) ? 0 : 1;
+                count += std::ranges::any_of(rows.row(number), std::identity()) ? 1 : 0;
         }
         return count;
     }
