@@ -46,9 +46,8 @@ public:
                                 .rows = rows->tableSize() * rows->numHashTables(),
                                 .moves = rows->moveHistogram(),
                                 .failedPlacements = rows->failedPlacements()};
-        for (auto const& [key, result] : this->keyed().entries()) {
-            auto const status = this->keyed().tableStatus()->entryStatus(key).status();
-            if (status != NerioSwitchApi::EntryProgrammedStatus::entryProgrammed)
+        for (auto const& record : this->keyed().tableStatus()->entryStatuses()) {
+            if (record.status() != NerioSwitchApi::EntryProgrammedStatus::entryProgrammed)
                 ++placement.entriesWithoutPlace;
         }
         return placement;

@@ -94,16 +94,6 @@ Belmo::String shownText(T const& value) {
     }
 }
 
-/** The key of a status record, or of a pair of key and record. */
-template <class Member>
-auto statusKey(Member const& member) {
-    if constexpr (requires { member.key(); }) {
-        return member.key();
-    } else {
-        return member.first;
-    }
-}
-
 /** Keys of a range of pairs for which `wanted(value)` holds, in order. */
 template <class Range, class Wanted>
 auto sortedKeys(Range const& map, Wanted&& wanted) {
@@ -204,8 +194,8 @@ private:
         Json all = Json::array();
         if (!status) return all;
         std::vector<Key> keys;
-        for (auto const& member : status->entryStatuses())
-            keys.push_back(statusKey(member));
+        for (auto const& record : status->entryStatuses())
+            keys.push_back(record.key());
         std::sort(keys.begin(), keys.end());
         for (auto const& key : keys) {
             auto const record = status->entryStatus(key);

@@ -89,6 +89,25 @@ Json registerPaths(NerioSwitchApi::HwTableConfig const& table, HwIndex index) {
     return paths;
 }
 
+HwIndex rowOf(Json const& json, NerioSwitchApi::HwTableConfig const& table) {
+    auto const index = numberOf(json, "index");
+    if (index < table.shadow().firstIndex() || index > table.shadow().lastIndex()) {
+        refuse(fmt::format("index: the hardware table has no row {}", index));
+    }
+    return index;
+}
+
+/** Which word of a row is its control word: the one of the register through which hit bits are read, too. */
+std::optional<U8> controlWordOf(NerioSwitchApi::HwTableConfig const& table,
+                                NerioSwitchApi::HitBitTableConfig const& hits, HwIndex row) {
+    auto const registers = table.registersOf(row);
+    for (auto const& read : hits.reads()) {
+        auto const found = std::find(registers.begin(), registers.end(), read.trigger);
+        if (found != registers.end()) return static_cast<U8>(found - registers.begin());
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 Script::Script(Switch::Directory directory)
@@ -259,11 +278,7 @@ Json Script::hwTables(Json const& json) {
 
 Json Script::registersOf(Json const& json) {
     auto const& table = hwTableOf(json);
-    auto const index = numberOf(json, "index");
-    if (index < table.shadow().firstIndex() || index > table.shadow().lastIndex()) {
-        refuse(fmt::format("index: the hardware table has no row {}", index));
-    }
-    return {{"registers", registerPaths(table, index)}};
+    return {{"registers", registerPaths(table, rowOf(json, table))}};
 }
 
 Json Script::shadow(Json const& json) {
@@ -336,8 +351,18 @@ Json Script::hash(Json const& json) {
 }
 
 Json Script::hit(Json const& json) {
-    tableOf(json);
-    return answered(json, std::nullopt);
+    auto const& convertor = convertorOf(json);
+    auto const& table = hwTableOf(json);
+    auto const row = rowOf(json, table);
+    auto const hits = convertor.hitBitTables().find(numberOf(json, "hwTable"));
+    auto const control =
+        hits == convertor.hitBitTables().end() ? std::nullopt : controlWordOf(table, *hits->second, row);
+    if (!control) return answered(json, std::nullopt);
+    auto entry = convertor.wantedEntry(hits->first, row);
+    if (!entry) entry = table.storedEntry(row);
+    if (!entry) refuse(fmt::format("index: the shadow does not hold row {}", row));
+    switch_.hitIs(table.bus().path(table.registersOf(row)[*control]), entry->data(*control));
+    return Json::object();
 }
 
 Json Script::poll(Json const& json) {
