@@ -212,7 +212,7 @@ void AclHashConvertor::doCreateHwTables(NerioSwitchApi::TableState state) {
     auto const registers =
         NerioSwitchApi::addressesOf(Sorn::_fmt("ingress/processor_acl[%u]/", processor),
                                     {"hash_data0", "hash_data1", "hash_data2", "hash_data3", "hash_ctl"});
-    createHwTable(state, tableIndexOf(aclTable()), aclTable().pipeline(), registers);
+    createHashHwTable(state, tableIndexOf(aclTable()), aclTable().pipeline(), registers);
 }
 
 Belmo::Ptr<AclHashTable> AclHashTableIs(Belmo::String const& name, U8 pipeline, U8 physTableIdx) {

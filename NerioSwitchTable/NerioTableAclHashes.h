@@ -26,8 +26,6 @@ class NERIO_SWITCH_TABLE_EXPORT AclHashEntryStatus {
                     (Belmo::Duration, lastHit, Belmo::Duration::never()));
 };
 
-using AclHashTableStatus = HashTableStatus<NerioSwitch::AclHashKey, AclHashEntryStatus>;
-
 /** One ACL key's item. The key never changes, so that it is packed and hashed once. */
 class NERIO_SWITCH_TABLE_EXPORT AclHashTableCuckooEntry final
     : public HashTableItem<NerioSwitch::AclHashKey, NerioSwitch::AclHashResult> {
@@ -54,6 +52,8 @@ private:
     bool singleAclPipeMode_;
     bool hasFilterMask_;
 };
+
+using AclHashTableStatus = HashTableStatus<AclHashTableCuckooEntry, AclHashEntryStatus>;
 
 /** Geometry of one physical table; without hash bits there are no rows. */
 class NERIO_SWITCH_TABLE_EXPORT AclPhysicalHashProperties final

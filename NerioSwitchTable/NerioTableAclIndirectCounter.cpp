@@ -197,7 +197,7 @@ void AclIndirectCounterHashConvertor::doCreateHwTables(NerioSwitchApi::TableStat
     auto const registers = NerioSwitchApi::addressesOf(
         Sorn::_fmt("ingress/processor_acl[%u]/", pair),
         {"hash_data0", "hash_data1", "hash_data2", "hash_data3", "hash_data4", "hash_ctl"});
-    createHwTable(state, tableIndex, pair, registers);
+    createHashHwTable(state, tableIndex, pair, registers);
 }
 
 Belmo::Ptr<AclIndirectCounterHashTable> AclIndirectCounterHashTableIs(Belmo::String const& name,

@@ -21,9 +21,6 @@ class NERIO_SWITCH_TABLE_EXPORT AclIndirectCounterHashEntryStatus {
                     (Belmo::Duration, lastHit, Belmo::Duration::never()));
 };
 
-using AclIndirectCounterHashTableStatus =
-    HashTableStatus<NerioSwitch::AclIndirectCounterHashKey, AclIndirectCounterHashEntryStatus>;
-
 /** One key's item. */
 class NERIO_SWITCH_TABLE_EXPORT AclIndirectCounterHashTableCuckooEntry final
     : public HashTableItem<NerioSwitch::AclIndirectCounterHashKey,
@@ -40,6 +37,9 @@ public:
     HashInput hashInput() const override;
     Belmo::String toStrep() const override;
 };
+
+using AclIndirectCounterHashTableStatus =
+    HashTableStatus<AclIndirectCounterHashTableCuckooEntry, AclIndirectCounterHashEntryStatus>;
 
 /** Geometry of the table: two hash tables of 2048 rows. */
 class NERIO_SWITCH_TABLE_EXPORT AclCounterPhysicalHashProperties final

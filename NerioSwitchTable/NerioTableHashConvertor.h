@@ -18,7 +18,7 @@ protected:
      * says `tableIndex` and, to tell tables of several pipelines apart, `number`. There must be exactly one
      * software table, and there must be rows.
      */
-    void createHwTable(NerioSwitchApi::TableState state, TableIndex tableIndex, U32 number,
+    void createHashHwTable(NerioSwitchApi::TableState state, TableIndex tableIndex, U32 number,
                        Belmo::Ptr<NerioSwitchApi::HwAddressColl const> const& registers);
 };
 

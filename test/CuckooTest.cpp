@@ -62,13 +62,68 @@ TEST(CuckooPlanner, TellsAFullTableFromOneWithoutAPath) {
     occupancy.take(occupancy.slotOf(0, 0), rows(0, 0));
     occupancy.take(occupancy.slotOf(1, 0), rows(0, 0));
     EXPECT_EQ(planner.plan(rows(0, 0)).outcome, Outcome::noPath);
-    EXPECT_EQ(planner.plan(rows(0, 0)).visited, 2u);
     occupancy.take(occupancy.slotOf(0, 1), rows(1, 1));
     occupancy.take(occupancy.slotOf(1, 1), rows(1, 1));
     EXPECT_EQ(planner.plan(rows(0, 0)).outcome, Outcome::full);
     occupancy.release(occupancy.slotOf(0, 1));
     EXPECT_EQ(occupancy.used(), 3u);
     EXPECT_EQ(planner.plan(rows(1, 1)).slot, occupancy.slotOf(0, 1));
+}
+
+TEST(CuckooPlanner, WalksDeadEndsOnceUntilOneOfThemIsReleased) {
+    Occupancy occupancy(2, 8);
+    Planner planner(occupancy);
+    occupancy.take(occupancy.slotOf(0, 0), rows(0, 0));
+    occupancy.take(occupancy.slotOf(1, 0), rows(0, 0));
+    occupancy.take(occupancy.slotOf(0, 1), rows(1, 1));
+    EXPECT_EQ(planner.plan(rows(0, 0)).visited, 2u);
+    EXPECT_EQ(planner.plan(rows(0, 0)).visited, 0u);
+    EXPECT_EQ(planner.plan(rows(0, 0)).outcome, Outcome::noPath);
+    occupancy.release(occupancy.slotOf(0, 1));
+    EXPECT_EQ(planner.plan(rows(0, 0)).visited, 0u) << "that slot leads nowhere near";
+    occupancy.release(occupancy.slotOf(1, 0));
+    EXPECT_EQ(planner.plan(rows(0, 0)).slot, occupancy.slotOf(1, 0));
+}
+
+/** A planner that has never searched, over the same slots. */
+Plan freshPlan(Occupancy const& occupancy, Rows const& wanted) {
+    Occupancy copy(occupancy.ways(), occupancy.rowsPerWay());
+    for (Slot slot = 0; slot < occupancy.slots(); ++slot) {
+        if (occupancy.taken(slot)) copy.take(slot, occupancy.rowsOf(slot));
+    }
+    return Planner(copy).plan(wanted);
+}
+
+TEST(CuckooPlanner, WhatItRemembersChangesNoPlan) {
+    std::mt19937 random(3);
+    Occupancy occupancy(3, 16);
+    Planner planner(occupancy);
+    auto const anyRows = [&] {
+        return rows(static_cast<U16>(random() % 16), static_cast<U16>(random() % 16),
+                    static_cast<U16>(random() % 16));
+    };
+    std::map<Outcome, int> outcomes;
+    for (int step = 0; step < 20000; ++step) {
+        if (random() % 5 == 0) {
+            occupancy.release(static_cast<Slot>(random() % occupancy.slots()));
+            continue;
+        }
+        auto const wanted = anyRows();
+        auto const fresh = freshPlan(occupancy, wanted);
+        auto const& plan = planner.plan(wanted);
+        ++outcomes[plan.outcome];
+        ASSERT_EQ(plan.outcome, fresh.outcome);
+        ASSERT_EQ(plan.moves, fresh.moves);
+        if (plan.outcome != Outcome::placed) continue;
+        for (auto const& move : plan.moves) {
+            occupancy.take(move.to, occupancy.rowsOf(move.from));
+            occupancy.release(move.from);
+        }
+        occupancy.take(plan.slot, wanted);
+    }
+    EXPECT_GT(outcomes[Outcome::placed], 1000);
+    EXPECT_GT(outcomes[Outcome::noPath], 1000);
+    EXPECT_GT(outcomes[Outcome::full], 10);
 }
 
 TEST(CuckooPlanner, ARowBehindTheTableIsNone) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <span>
 #include <vector>
 
 #include "Belmo/Types.h"
@@ -16,7 +17,7 @@ struct PackedBits {
 };
 
 /** Packs an expected row from literal positions, bit by bit and without the code under test. */
-inline std::vector<U32> packed(std::size_t words, std::initializer_list<PackedBits> fields) {
+inline std::vector<U32> packed(std::size_t words, std::span<PackedBits const> fields) {
     std::vector<U32> row(words, 0);
     for (auto const& field : fields) {
         for (std::size_t i = 0; i < field.width; ++i) {
@@ -25,6 +26,9 @@ inline std::vector<U32> packed(std::size_t words, std::initializer_list<PackedBi
         }
     }
     return row;
+}
+inline std::vector<U32> packed(std::size_t words, std::initializer_list<PackedBits> fields) {
+    return packed(words, std::span(fields.begin(), fields.size()));
 }
 
 }  // namespace NerioTest

@@ -1,6 +1,5 @@
 #include "Dovra/Cuckoo.h"
 
-#include <algorithm>
 #include <limits>
 
 #include "Belmo/Assert.h"
@@ -9,7 +8,8 @@ namespace Dovra::Cuckoo {
 
 namespace {
 
-constexpr Slot noParent = std::numeric_limits<Slot>::max();
+/** Where a chain begins: the step is one of the key's own rows. */
+constexpr U32 noStep = std::numeric_limits<U32>::max();
 
 }  // namespace
 
@@ -20,7 +20,11 @@ std::ostream& operator<<(std::ostream& stream, CuckooLocation const& location) {
 HashItem::~HashItem() = default;
 
 Occupancy::Occupancy(U8 ways, U32 rowsPerWay)
-    : ways_(ways), rowsPerWay_(rowsPerWay), occupants_(std::size_t{ways} * rowsPerWay) {
+    : ways_(ways),
+      rowsPerWay_(rowsPerWay),
+      rows_(std::size_t{ways} * rowsPerWay),
+      taken_(rows_.size()),
+      deadEnds_(rows_.size()) {
     BELMO_ASSERT(ways <= maxWays);
     BELMO_ASSERT(rowsPerWay <= 65535);
 }
@@ -35,33 +39,48 @@ U8 Occupancy::wayOf(Slot slot) const {
 }
 
 void Occupancy::take(Slot slot, Rows const& rows) {
-    if (!occupants_[slot].taken) ++used_;
-    occupants_[slot] = {rows, true};
+    release(slot);
+    ++used_;
+    taken_.add(slot);
+    rows_[slot] = rows;
 }
 
 void Occupancy::release(Slot slot) {
-    if (occupants_[slot].taken) --used_;
-    occupants_[slot].taken = false;
+    if (!taken(slot)) return;
+    --used_;
+    taken_.remove(slot);
+    if (deadEnd(slot)) deadEnds_.clear();
 }
 
-Planner::Planner(Occupancy const& occupancy)
-    : occupancy_(occupancy), search_(occupancy.slots(), 0), parent_(occupancy.slots(), noParent) {
-    queue_.reserve(occupancy.slots());
+Planner::Planner(Occupancy& occupancy) : occupancy_(occupancy), seen_(occupancy.slots()) {
+    steps_.reserve(occupancy.slots());
 }
 
-/** Looks at a slot for the first time in this search; true if it is free. */
-bool Planner::look(Slot slot, Slot parent) {
-    search_[slot] = currentSearch_;
-    parent_[slot] = parent;
-    queue_.push_back(slot);
-    return !occupancy_.taken(slot);
+/** Looks at the rows of a key for the first time in this search; true once one of them is free. */
+bool Planner::look(Rows const& rows, U32 from) {
+    for (U8 way = 0; way < occupancy_.ways(); ++way) {
+        if (rows[way] >= occupancy_.rowsPerWay()) continue;
+        Slot const slot = occupancy_.slotOf(way, rows[way]);
+        if (seen_.has(slot) || occupancy_.deadEnd(slot)) continue;
+        seen_.add(slot);
+        steps_.push_back({slot, from});
+        if (!occupancy_.taken(slot)) return true;
+    }
+    return false;
 }
 
-void Planner::found(Slot slot) {
+/** The last step is a free slot: follows the steps back to one of the key's own rows. */
+void Planner::found() {
     plan_.outcome = Outcome::placed;
-    for (; parent_[slot] != noParent; slot = parent_[slot])
-        plan_.moves.push_back({parent_[slot], slot});
-    plan_.slot = slot;
+    Step step = steps_.back();
+    for (; step.from != noStep; step = steps_[step.from])
+        plan_.moves.push_back({steps_[step.from].slot, step.slot});
+    plan_.slot = step.slot;
+}
+
+void Planner::foundNone() {
+    for (auto const& step : steps_)
+        occupancy_.deadEndIs(step.slot);
 }
 
 Plan const& Planner::plan(Rows const& rows) {
@@ -70,26 +89,18 @@ Plan const& Planner::plan(Rows const& rows) {
     plan_.visited = 0;
     if (plan_.outcome == Outcome::full) return plan_;
 
-    if (++currentSearch_ == 0) {  // the count of searches has wrapped: marks of old ones would look new
-        std::fill(search_.begin(), search_.end(), 0);
-        currentSearch_ = 1;
+    steps_.clear();
+    bool isFound = look(rows, noStep);
+    for (U32 next = 0; next < steps_.size() && !isFound; ++next)
+        isFound = look(occupancy_.rowsOf(steps_[next].slot), next);
+    plan_.visited = static_cast<U32>(steps_.size());
+    if (isFound) {
+        found();
+    } else {
+        foundNone();
     }
-    queue_.clear();
-    bool isFound = false;
-    for (U8 way = 0; way < occupancy_.ways() && !isFound; ++way) {
-        if (rows[way] < occupancy_.rowsPerWay()) isFound = look(occupancy_.slotOf(way, rows[way]), noParent);
-    }
-    for (std::size_t next = 0; next < queue_.size() && !isFound; ++next) {
-        Slot const from = queue_[next];
-        auto const& occupantRows = occupancy_.rowsOf(from);
-        for (U8 way = 0; way < occupancy_.ways() && !isFound; ++way) {
-            if (occupantRows[way] >= occupancy_.rowsPerWay()) continue;
-            Slot const to = occupancy_.slotOf(way, occupantRows[way]);
-            if (search_[to] != currentSearch_) isFound = look(to, from);
-        }
-    }
-    plan_.visited = static_cast<U32>(queue_.size());
-    if (isFound) found(queue_.back());
+    for (auto const& step : steps_)
+        seen_.remove(step.slot);
     return plan_;
 }
 

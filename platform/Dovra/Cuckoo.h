@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <ostream>
 #include <span>
 #include <vector>
@@ -68,6 +70,21 @@ inline constexpr Rows immovable{0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF};
 /** A row over all hash tables: table * rows per table + row. */
 using Slot = U32;
 
+/** One mark per slot. */
+class SlotMarks {
+public:
+    explicit SlotMarks(std::size_t slots) : words_((slots + 63) / 64) {}
+
+    bool has(Slot slot) const { return (words_[slot / 64] >> slot % 64 & 1) != 0; }
+    void add(Slot slot) { words_[slot / 64] |= U64{1} << slot % 64; }
+    void remove(Slot slot) { words_[slot / 64] &= ~(U64{1} << slot % 64); }
+    void clear() { std::fill(words_.begin(), words_.end(), 0); }
+    bool operator==(SlotMarks const&) const = default;
+
+private:
+    std::vector<U64> words_;
+};
+
 /** Which slots are taken, and which rows their occupants could live in. */
 class BELMO_EXPORT Occupancy {
 public:
@@ -76,27 +93,31 @@ public:
 
     U8 ways() const { return ways_; }
     U32 rowsPerWay() const { return rowsPerWay_; }
-    U32 slots() const { return static_cast<U32>(occupants_.size()); }
+    U32 slots() const { return static_cast<U32>(rows_.size()); }
     U32 used() const { return used_; }
 
     Slot slotOf(U8 way, U32 row) const { return way * rowsPerWay_ + row; }
     U8 wayOf(Slot slot) const;
-    bool taken(Slot slot) const { return occupants_[slot].taken; }
-    Rows const& rowsOf(Slot slot) const { return occupants_[slot].rows; }
+    bool taken(Slot slot) const { return taken_.has(slot); }
+    Rows const& rowsOf(Slot slot) const { return rows_[slot]; }
 
     void take(Slot slot, Rows const& rows);
     void release(Slot slot);
 
-private:
-    struct Occupant {
-        Rows rows{};
-        bool taken = false;
-    };
+    /**
+     * Slots from whose occupants no chain of moves leads to a free slot. They lead only to one another, so
+     * that this stays true until one of them is released.
+     */
+    bool deadEnd(Slot slot) const { return deadEnds_.has(slot); }
+    void deadEndIs(Slot slot) { deadEnds_.add(slot); }
 
+private:
     U8 ways_;
     U32 rowsPerWay_;
     U32 used_ = 0;
-    std::vector<Occupant> occupants_;
+    std::vector<Rows> rows_;
+    SlotMarks taken_;
+    SlotMarks deadEnds_;
 };
 
 /** An occupant goes from one of its slots to another. */
@@ -129,26 +150,30 @@ struct Plan {
 
 /**
  * Finds the shortest chain of moves that makes room for a key: breadth first over the occupants of its rows,
- * each slot at most once, so that a search never takes longer than one walk over the table. The plan belongs
- * to the planner and holds until the next one; planning allocates nothing once the planner is warm.
+ * each slot at most once, so that a search never takes longer than one walk over the table. Slots that a
+ * search in vain has been to are not walked again before one of them is released. The plan belongs to the
+ * planner and holds until the next one; planning allocates nothing once the planner is warm.
  */
 class BELMO_EXPORT Planner {
 public:
-    explicit Planner(Occupancy const& occupancy);
+    explicit Planner(Occupancy& occupancy);
 
     Plan const& plan(Rows const& rows);
 
 private:
-    bool look(Slot slot, Slot parent);
-    void found(Slot slot);
+    /** A slot that was looked at, and the step from whose occupant it was reached. */
+    struct Step {
+        Slot slot;
+        U32 from;
+    };
+    bool look(Rows const& rows, U32 from);
+    void found();
+    void foundNone();
 
-    Occupancy const& occupancy_;
+    Occupancy& occupancy_;
     Plan plan_;
-    /** Search in which a slot was looked at last, and the slot whose occupant led there. */
-    std::vector<U32> search_;
-    std::vector<Slot> parent_;
-    std::vector<Slot> queue_;
-    U32 currentSearch_ = 0;
+    std::vector<Step> steps_;
+    SlotMarks seen_;
 };
 
 }  // namespace Dovra::Cuckoo
