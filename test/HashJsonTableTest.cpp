@@ -117,8 +117,9 @@ TEST_F(HashJsonTableTest, PlacementCountsRowsMovesAndEntriesWithoutAPlace) {
     entryIs(key(1, 3, 1), 13);  // both its rows are taken: an occupant moves
     EXPECT_EQ(placement().rowsInUse, 4u);
     EXPECT_EQ(placement().rows, 16u);
-    EXPECT_EQ(placement().moves[0], 3u);
-    EXPECT_EQ(std::accumulate(placement().moves.begin() + 1, placement().moves.end(), U64{0}), 1u);
+    auto const moves = placement().moves;
+    EXPECT_EQ(moves[0], 3u);
+    EXPECT_EQ(std::accumulate(moves.begin() + 1, moves.end(), U64{0}), 1u);
     EXPECT_EQ(placement().entriesWithoutPlace, 0u);
 
     for (U32 number = 2; number < 6; ++number)
