@@ -71,6 +71,12 @@ U8 AclHashTableCuckooEntry::copyKeyToBuffer(U8* buffer, U8 bufferSize) const {
     return keyBits_;
 }
 
+HashInput AclHashTableCuckooEntry::hashInput() const {
+    HashInput input;
+    input.bits = copyKeyToBuffer(input.bytes.data(), static_cast<U8>(input.bytes.size()));
+    return input;
+}
+
 Belmo::String AclHashTableCuckooEntry::toStrep() const {
     return fmt::format("AclHashTableCuckooEntry( {}, {} )", Sorn::text(key()), Sorn::text(result()));
 }
