@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <tuple>
+#include <utility>
 
 #include "Belmo/Assert.h"
 #include "NerioSwitch/Parity.h"
 
 #include "NerioSwitchTable/Address.h"
+#include "NerioSwitchTable/BitImage.h"
 
 namespace NerioSwitchTable {
 
@@ -93,12 +96,19 @@ constexpr bool keyIsFilled(AclKeyLayout const& layout) {
 static_assert(std::all_of(maskedKeys.begin(), maskedKeys.end(), keyIsFilled));
 static_assert(std::all_of(plainKeys.begin(), plainKeys.end(), keyIsFilled));
 
-/** Position in `KeyLayouts` of the physical table that a combination belongs to. */
+/** For each combination the position in `KeyLayouts` of the physical table that it belongs to. */
+constexpr auto tablesOfCombinations = [] {
+    std::array<U8, std::size_t{HwAclCombinationId::last} + 1> tables{};
+    for (std::size_t combination = 0; combination < tables.size(); ++combination) {
+        for (U8 table = 1; table < numPhysTables; ++table) {
+            if (combination >= maskedKeys[table].firstCombination) tables[combination] = table;
+        }
+    }
+    return tables;
+}();
+
 constexpr std::size_t tableOf(HwAclCombinationId combination) {
-    std::size_t table = 0;
-    while (table + 1 < numPhysTables && combination.value() >= maskedKeys[table + 1].firstCombination)
-        ++table;
-    return table;
+    return tablesOfCombinations[combination.value()];
 }
 
 /** The key bits that the row's number implies, kept in the shadow, and behind them the stored ones. */
@@ -248,8 +258,8 @@ Lanvo::Prefix unpackedPrefix(BitField const& field, BitField const& maskType, U8
 }
 
 /** The lower a priority's number, the higher the value in hardware; none is 0. */
-void setPriority(BitField const& field, HwAclPriority priority, U32* row) {
-    field.set(row, priority == HwAclPriority() ? 0 : (U64{1} << field.width) - priority.value());
+U64 hwPriority(BitField const& field, HwAclPriority priority) {
+    return priority == HwAclPriority() ? 0 : (U64{1} << field.width) - priority.value();
 }
 
 HwAclPriority priorityIn(BitField const& field, U32 const* row) {
@@ -265,6 +275,100 @@ HwAclRule ruleIn(AclRuleFields const& fields, U32 const* row) {
         .counterIs(fields.counterAsRead.get(row));
     if (fields.rangeId.width != 0) rule.rangeIdIs(fields.rangeId.get(row));
     return rule;
+}
+
+/*
+ * What runs for every entry. Layouts are data, but the few that there are are known here: each has functions
+ * of its own, in which the compiler sees every position.
+ */
+
+template <bool hasFilterMask, std::size_t table>
+AclPackedKey packKey(AclHashKey const& wanted) {
+    static constexpr AclKeyLayout layout = keyLayouts(hasFilterMask)[table];
+    auto const asked = wanted.combination();
+    bool const isZero = wanted.portIsZero() && portIsZeroInUse(asked);
+    U8 firstMask = 0;
+    U8 secondMask = 0;
+    BitImage<std::tuple_size_v<AclPackedKey>> image;
+    image.put(layout.keyFlag, wanted.keyFlag() ? 1 : 0);
+    image.put(layout.vrfId, wanted.vrfId().value());
+    image.put(layout.aclId, wanted.aclId());
+    image.put(layout.combination, asked.value() - U64{layout.firstCombination});
+    if constexpr (layout.firstAddress.width != 0)
+        image.put(layout.firstAddress, packedAddress(wanted.firstPrefix(), hasFilterMask, firstMask));
+    if constexpr (layout.secondAddress.width != 0)
+        image.put(layout.secondAddress, packedAddress(wanted.secondPrefix(), hasFilterMask, secondMask));
+    image.put(layout.protocol,
+              looksAtProtocol(asked) ? wanted.protocol().value() : AclKeyLayout::anyProtocol);
+    image.put(layout.port, wanted.port() == 0 && !isZero ? AclKeyLayout::anyPort : wanted.port());
+    image.put(layout.firstMaskType, firstMask);
+    image.put(layout.secondMaskType, secondMask);
+    AclPackedKey packed{};
+    image.layOver(packed.data());
+    return packed;
+}
+
+template <bool hasFilterMask, std::size_t... table>
+constexpr auto packersOf(std::index_sequence<table...> /*tables*/) {
+    return std::array{&packKey<hasFilterMask, table>...};
+}
+constexpr std::array keyPackers{packersOf<false>(std::make_index_sequence<numPhysTables>()),
+                                packersOf<true>(std::make_index_sequence<numPhysTables>())};
+
+using RowImage = BitImage<AclRowLayout::words>;
+
+[[gnu::always_inline]] inline void putRule(AclRuleFields const& fields, HwAclRule const& rule,
+                                           RowImage& image) {
+    image.put(fields.priority, hwPriority(fields.priority, rule.priority()));
+    image.put(fields.ruleFlag, rule.ruleFlag() ? 1 : 0);
+    image.put(fields.counter, rule.counter().value());
+    image.put(fields.rangeId, rule.rangeId().value());
+    image.put(fields.zero, 0);
+}
+
+template <U16 verMajor, bool singleAclPipeMode, std::size_t table>
+void encodeRow(AclPackedKey const& packed, AclHashResult const& result, U32* row) {
+    static constexpr AclRowFormat format{verMajor, singleAclPipeMode};
+    static constexpr AclRowLayout layout = rowLayout(keyLayouts(format.hasFilterMask())[table], format);
+    RowImage image;
+    for (auto const& part : layout.keyParts)
+        image.put(part.row, part.key.get(packed.data()));
+    if (auto const& rule = result.rule(0); rule.rangeId() == HwAclRangeId::invalid) {
+        putRule(layout.forms[0], rule, image);
+    } else {
+        putRule(layout.forms[1], rule, image);
+    }
+    putRule(layout.secondChain, result.rule(1), image);
+    image.put(layout.parity, 0);
+    image.layOver(row);
+    layout.parity.set(row, NerioSwitch::parityU32Array(row, layout.parityWords));
+}
+
+constexpr U16 firstVersion = 2;
+constexpr U16 lastVersion = 4;
+
+template <U16 verMajor, bool singleAclPipeMode, std::size_t... table>
+constexpr auto encodersOf(std::index_sequence<table...> /*tables*/) {
+    return std::array{&encodeRow<verMajor, singleAclPipeMode, table>...};
+}
+/** For each version from 2 to 4, which stands for all later ones, and each physical table. */
+template <bool singleAclPipeMode>
+constexpr std::array rowEncoders{encodersOf<2, singleAclPipeMode>(std::make_index_sequence<numPhysTables>()),
+                                 encodersOf<3, singleAclPipeMode>(std::make_index_sequence<numPhysTables>()),
+                                 encodersOf<4, singleAclPipeMode>(std::make_index_sequence<numPhysTables>())};
+static_assert(lastVersion - firstVersion + 1 == rowEncoders<true>.size());
+
+template <bool singleAclPipeMode>
+void setControlWord(Dovra::Cuckoo::CuckooLocation const& location, U8 physTableIdx, U8 pipeline, U32* row) {
+    static constexpr AclControlFields fields = controlFields(singleAclPipeMode);
+    RowImage image;
+    image.put(fields.row, location.row);
+    image.put(fields.table, location.table);
+    image.put(fields.physTableIdx, physTableIdx);
+    image.put(fields.pipeline, pipeline);
+    image.put(fields.zero, 0);
+    image.put(fields.writeStrobe, 1);
+    image.layOver(row);
 }
 
 }  // namespace
@@ -285,24 +389,8 @@ bool AclKeyLayout::isEmpty(AclHashKey const& wanted) const {
 }
 
 AclPackedKey AclKeyLayout::pack(AclHashKey const& wanted) const {
-    AclPackedKey packed{};
-    U32* const bits = packed.data();
-    U8 firstMask = 0;
-    U8 secondMask = 0;
     bool const masked = firstMaskType.width + secondMaskType.width != 0;
-    auto const asked = wanted.combination();
-    bool const isZero = wanted.portIsZero() && portIsZeroInUse(asked);
-    keyFlag.set(bits, wanted.keyFlag() ? 1 : 0);
-    vrfId.set(bits, wanted.vrfId().value());
-    aclId.set(bits, wanted.aclId());
-    combination.set(bits, asked.value() - U64{firstCombination});
-    firstAddress.set(bits, packedAddress(wanted.firstPrefix(), masked, firstMask));
-    secondAddress.set(bits, packedAddress(wanted.secondPrefix(), masked, secondMask));
-    protocol.set(bits, looksAtProtocol(asked) ? wanted.protocol().value() : anyProtocol);
-    port.set(bits, wanted.port() == 0 && !isZero ? anyPort : wanted.port());
-    firstMaskType.set(bits, firstMask);
-    secondMaskType.set(bits, secondMask);
-    return packed;
+    return keyPackers[masked ? 1 : 0][tableOf(firstCombination)](wanted);
 }
 
 bool AclKeyLayout::isEmpty(AclPackedKey const& packed) const {
@@ -326,19 +414,7 @@ AclHashKey AclKeyLayout::unpack(AclPackedKey const& packed) const {
 }
 
 void AclRowLayout::set(AclPackedKey const& packed, AclHashResult const& result, U32* row) const {
-    for (auto const& part : keyParts)
-        part.row.set(row, part.key.get(packed.data()));
-    auto const& rule = result.rule(0);
-    auto const& form = forms[rule.rangeId() == HwAclRangeId::invalid ? 0 : 1];
-    setPriority(form.priority, rule.priority(), row);
-    form.ruleFlag.set(row, rule.ruleFlag() ? 1 : 0);
-    form.counter.set(row, rule.counter().value());
-    form.rangeId.set(row, rule.rangeId().value());
-    form.zero.set(row, 0);
-    setPriority(secondChain.priority, result.rule(1).priority(), row);
-    secondChain.ruleFlag.set(row, result.rule(1).ruleFlag() ? 1 : 0);
-    parity.set(row, 0);
-    parity.set(row, NerioSwitch::parityU32Array(row, parityWords));
+    encode(packed, result, row);
 }
 
 AclPackedKey AclRowLayout::packedKey(U32 const* row) const {
@@ -359,11 +435,14 @@ std::optional<AclRow> AclRowLayout::decode(U32 const* row) const {
     return decoded;
 }
 
-AclRowLayouts::AclRowLayouts(AclRowFormat const& format)
-    : format_(format), control_(controlFields(format.singleAclPipeMode)) {
+AclRowLayouts::AclRowLayouts(AclRowFormat const& format) : format_(format) {
     auto const& keys = keyLayouts(format.hasFilterMask());
-    std::transform(keys.begin(), keys.end(), tables_.begin(),
-                   [&](AclKeyLayout const& key) { return rowLayout(key, format); });
+    auto const& encoders = format.singleAclPipeMode ? rowEncoders<true> : rowEncoders<false>;
+    auto const version = std::clamp(format.verMajor, firstVersion, lastVersion) - firstVersion;
+    for (std::size_t table = 0; table < numPhysTables; ++table) {
+        tables_[table] = rowLayout(keys[table], format);
+        tables_[table].encode = encoders[static_cast<std::size_t>(version)][table];
+    }
 }
 
 AclRowLayout const& AclRowLayouts::ofCombination(HwAclCombinationId combination) const {
@@ -381,12 +460,11 @@ AclRowLayout const& AclRowLayouts::ofPhysTable(U8 physTableIdx) const {
 
 void AclRowLayouts::setControl(Dovra::Cuckoo::CuckooLocation const& location, U8 physTableIdx, U8 pipeline,
                                U32* row) const {
-    control_.row.set(row, location.row);
-    control_.table.set(row, location.table);
-    control_.physTableIdx.set(row, physTableIdx);
-    control_.pipeline.set(row, pipeline);
-    control_.zero.set(row, 0);
-    control_.writeStrobe.set(row, 1);
+    if (format_.singleAclPipeMode) {
+        setControlWord<true>(location, physTableIdx, pipeline, row);
+    } else {
+        setControlWord<false>(location, physTableIdx, pipeline, row);
+    }
 }
 
 }  // namespace NerioSwitchTable

@@ -124,6 +124,8 @@ struct NERIO_SWITCH_TABLE_EXPORT AclRowLayout {
     AclRuleFields secondChain{};
     BitField parity{};
     U8 parityWords = 3;
+    /** Lays this layout's rows out. */
+    void (*encode)(AclPackedKey const&, NerioSwitch::AclHashResult const&, U32* row) = nullptr;
 
     /** Puts key, rules and parity into a row; all other bits of it stay. */
     void set(AclPackedKey const& packed, NerioSwitch::AclHashResult const& result, U32* row) const;
@@ -160,7 +162,6 @@ public:
 private:
     AclRowFormat format_;
     std::array<AclRowLayout, 4> tables_;
-    AclControlFields control_;
 };
 
 }  // namespace NerioSwitchTable

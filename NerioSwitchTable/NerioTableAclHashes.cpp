@@ -55,12 +55,10 @@ NerioSwitchApi::PhysicalHashGeometry geometry(U32 aclTableId, std::optional<U32>
 
 AclHashTableCuckooEntry::AclHashTableCuckooEntry(AclHashKey const& key, bool singleAclPipeMode,
                                                  bool hasFilterMask)
-    : HashTableItem(key),
-      packedKey_(aclKeyLayout(key.combination(), hasFilterMask).pack(key)),
-      hashes_(0),
-      keyBits_(aclKeyLayout(key.combination(), hasFilterMask).length),
-      singleAclPipeMode_(singleAclPipeMode),
-      hasFilterMask_(hasFilterMask) {
+    : HashTableItem(key), singleAclPipeMode_(singleAclPipeMode), hasFilterMask_(hasFilterMask) {
+    auto const& layout = aclKeyLayout(key.combination(), hasFilterMask);
+    keyBits_ = layout.length;
+    packedKey_ = layout.pack(key);
     hashes_ = hashesOf(packedKey_, keyBits_, singleAclPipeMode);
 }
 
@@ -163,6 +161,11 @@ void AclHashHelper::setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLoca
         layout.set(item.packedKey(), item.result(), words);
     }
     setStaticBuffer(location, buffer);
+}
+
+/** A profile may speak of more rows than the hash can name; control words cannot name them either. */
+bool AclHashHelper::reachable(Dovra::Cuckoo::CuckooLocation const& location) const {
+    return location.row < U32{1} << format().rowBits();
 }
 
 AclHashHelper::Ptr AclHashHelper::nullHashEntry() {

@@ -46,9 +46,9 @@ public:
     Belmo::String toStrep() const override;
 
 private:
-    AclPackedKey packedKey_;
-    NerioSwitch::CrcHashes hashes_;
-    U8 keyBits_;
+    AclPackedKey packedKey_{};
+    NerioSwitch::CrcHashes hashes_{0};
+    U8 keyBits_ = 0;
     bool singleAclPipeMode_;
     bool hasFilterMask_;
 };
@@ -108,6 +108,7 @@ public:
     void setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLocation const& location,
                      Sorn::BytePtr buffer) override;
     Ptr nullHashEntry() override;
+    bool reachable(Dovra::Cuckoo::CuckooLocation const& location) const override;
     /** Throws `Belmo::RangeException` for a row whose key cannot be one. */
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
 
