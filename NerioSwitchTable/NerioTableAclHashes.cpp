@@ -71,6 +71,12 @@ U8 AclHashTableCuckooEntry::copyKeyToBuffer(U8* buffer, U8 bufferSize) const {
     return keyBits_;
 }
 
+HashInput AclHashTableCuckooEntry::hashInput() const {
+    HashInput input;
+    input.bits = copyKeyToBuffer(input.bytes.data(), static_cast<U8>(input.bytes.size()));
+    return input;
+}
+
 Belmo::String AclHashTableCuckooEntry::toStrep() const {
     return fmt::format("AclHashTableCuckooEntry( {}, {} )", Sorn::text(key()), Sorn::text(result()));
 }
@@ -155,6 +161,11 @@ void AclHashHelper::setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLoca
         layout.set(item.packedKey(), item.result(), words);
     }
     setStaticBuffer(location, buffer);
+}
+
+/** A profile may speak of more rows than the hash can name; control words cannot name them either. */
+bool AclHashHelper::reachable(Dovra::Cuckoo::CuckooLocation const& location) const {
+    return location.row < U32{1} << format().rowBits();
 }
 
 AclHashHelper::Ptr AclHashHelper::nullHashEntry() {

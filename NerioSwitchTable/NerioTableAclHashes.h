@@ -42,6 +42,7 @@ public:
     U8 copyKeyToBuffer(U8* buffer, U8 bufferSize) const;
     /** The key's row in hash table `hashNumber`: 12 bits in single pipe mode, 11 otherwise. */
     U32 getHash(U8 hashNumber) const override { return hashes_.way(hashNumber); }
+    HashInput hashInput() const override;
     Belmo::String toStrep() const override;
 
 private:
@@ -107,6 +108,7 @@ public:
     void setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLocation const& location,
                      Sorn::BytePtr buffer) override;
     Ptr nullHashEntry() override;
+    bool reachable(Dovra::Cuckoo::CuckooLocation const& location) const override;
     /** Throws `Belmo::RangeException` for a row whose key cannot be one. */
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
 

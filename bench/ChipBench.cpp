@@ -1,6 +1,7 @@
 #include <array>
 #include <benchmark/benchmark.h>
 
+#include "chip/AclLookup.h"
 #include "chip/FaultyBus.h"
 #include "chip/RecordingBus.h"
 #include "chip/SimulatedChip.h"
@@ -98,6 +99,19 @@ void hitAndRead(benchmark::State& state) {
     }
 }
 BENCHMARK(hitAndRead);
+
+/** A packet's lookup under one combination, which finds nothing: both ways are read. */
+void lookUpAcl(benchmark::State& state) {
+    auto const profile = NerioSwitch::profilePreset("default");
+    auto const bus = Chip::simulatedChip(*profile);
+    Chip::AclLookup const lookUp(*bus, *profile);
+    Chip::AclFields fields{.firstAddress = 0x0A000001, .secondAddress = 0x0A000002, .protocol = 6};
+    for (auto _ : state) {
+        fields.port = static_cast<U16>(fields.port.value_or(0) + 1);
+        benchmark::DoNotOptimize(lookUp.find(fields, 12, 1));
+    }
+}
+BENCHMARK(lookUpAcl);
 
 void writeRowThroughIdleRecorder(benchmark::State& state) {
     auto const bus = Belmo::make<Chip::RecordingBus>(demoChip());

@@ -113,48 +113,49 @@ U32 keyPort(std::optional<U16> port, U8 combination) {
     return *port == 0 && (zeroPort >> combination & 1) == 0 ? anyPort : *port;
 }
 
-void check(AclFields const& fields, U8 combination) {
-    auto const within = [](char const* what, U32 value, U32 most) {
-        if (value > most)
+/** Refuses fields that do not fit. What a key has no room for may be anything. */
+void check(KeyLayout const& layout, AclFields const& fields) {
+    auto const within = [](BitRange place, char const* what, U32 value, U32 most) {
+        if (place.width > 0 && value > most)
             throw Belmo::RangeException(fmt::format("ACL lookup: {} {} is above {}", what, value, most));
     };
-    within("combination", combination, 17);
-    within("ACL number", fields.aclId, 15);
-    within("protocol", fields.protocol, 15);
-    within("address length", fields.firstLength, 32);
-    within("address length", fields.secondLength, 32);
+    within(layout.aclId, "ACL number", fields.aclId, 15);
+    within(layout.protocol, "protocol", fields.protocol, 15);
+    within(layout.first, "address length", fields.firstLength, 32);
+    within(layout.second, "address length", fields.secondLength, 32);
 }
 
+/** The position in `keyLayouts` of a combination's physical table. */
 std::size_t layoutOf(U8 combination) {
+    if (combination > 17)
+        throw Belmo::RangeException(fmt::format("ACL lookup: combination {} is above 17", combination));
     std::size_t layout = keyLayouts.size() - 1;
     while (combination < keyLayouts[layout].firstCombination)
         --layout;
     return layout;
 }
 
-/** The key, or nothing for fields that no row's key can have. */
+/** The key, or nothing for fields that no row in use can answer. */
 std::optional<BitRow> keyOf(KeyLayout const& layout, AclFields const& fields, U8 combination,
                             bool withMasks) {
-    auto const first = keyAddress(fields.firstAddress, fields.firstLength, withMasks);
-    auto const second = keyAddress(fields.secondAddress, fields.secondLength, withMasks);
     U32 const protocol = (anyProtocol >> combination & 1) != 0 ? 15 : fields.protocol;
-    bool const hasProtocol = layout.protocol.width > 0;
-    if (hasProtocol && protocol == 0) return std::nullopt;
-    if (!hasProtocol && first.bits == absentAddress && second.bits == absentAddress) return std::nullopt;
+    if (layout.protocol.width > 0 && protocol == 0) return std::nullopt;
 
     BitRow key;
+    auto const putAddress = [&](BitRange place, BitRange mask, U32 address, U8 length) {
+        if (place.width == 0) return;
+        auto const packed = keyAddress(address, length, withMasks);
+        key.put(place, packed.bits);
+        if (withMasks) key.put(mask, packed.maskType);
+    };
     key.put(layout.combination, U32{combination} - layout.firstCombination);
     key.put(layout.aclId, fields.aclId);
     key.put(layout.keyFlag, fields.keyFlag);
     key.put(layout.vrf, fields.vrf);
-    key.put(layout.first, first.bits);
-    key.put(layout.second, second.bits);
+    putAddress(layout.first, layout.firstMask, fields.firstAddress, fields.firstLength);
+    putAddress(layout.second, layout.secondMask, fields.secondAddress, fields.secondLength);
     key.put(layout.protocol, protocol);
     key.put(layout.port, keyPort(fields.port, combination));
-    if (withMasks) {
-        key.put(layout.firstMask, first.maskType);
-        key.put(layout.secondMask, second.maskType);
-    }
     return key;
 }
 
@@ -165,7 +166,7 @@ struct RuleLayout {
     BitRange flag{};
     BitRange counter{};
     BitRange range{};
-    /** The field holds this less the priority: of two rules the one with the higher field counts. */
+    /** The field holds this less the priority: the lower the number, the higher the field. */
     U32 lowestPriority = 64;
 };
 
@@ -201,8 +202,8 @@ std::span<U32 const> wordsAt(IndirectMemory const& memory, HashPlace place) {
 }
 
 /**
- * The first way whose row has right parity and satisfies `matches`. Ways of wrong parity are reported,
- * whichever way it is.
+ * The first way whose row has right parity and satisfies `matches`. A row of wrong parity is reported,
+ * whichever of the ways it is in.
  */
 template <class Matches>
 std::optional<HashPlace> matchingPlace(IndirectMemory const& memory, NerioSwitch::CrcHashes rows,
@@ -241,11 +242,11 @@ AclLookup::AclLookup(SimulatedChip const& chip, NerioSwitch::ProfileInfo const& 
 
 std::optional<AclHit> AclLookup::find(AclFields const& fields, U8 combination, U32 pipeline,
                                       WrongParity* wrongParity) const {
-    check(fields, combination);
-    if (pipeline >= memories_.size())
-        throw Belmo::RangeException(fmt::format("ACL lookup: there is no pipeline {}", pipeline));
     auto const index = layoutOf(combination);
     auto const& layout = keyLayouts[index];
+    check(layout, fields);
+    if (pipeline >= memories_.size())
+        throw Belmo::RangeException(fmt::format("ACL lookup: there is no pipeline {}", pipeline));
     auto const& memory = *memories_[pipeline][index];
     bool const withMasks = version_ > 2;
     auto const key = keyOf(layout, fields, combination, withMasks);

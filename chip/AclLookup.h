@@ -12,7 +12,10 @@
 
 namespace Chip {
 
-/** What an ACL lookup looks at in a packet. Addresses are in host order. */
+/**
+ * What an ACL lookup looks at in a packet. Addresses are in host order. What the physical table's keys have
+ * no room for may be anything.
+ */
 struct AclFields {
     /** ACL number, at most 15. */
     U8 aclId = 0;
@@ -22,8 +25,8 @@ struct AclFields {
     U32 secondAddress = 0;
     U8 secondLength = 32;
     /** L4 port; nothing looks for rules of any port. A key has room for no port 65535: it is any port. */
-    std::optional<U16> port;
-    /** Remapped protocol, at most 15; 0 finds nothing where the protocol takes part. */
+    std::optional<U16> port{};
+    /** Remapped protocol, at most 15; 0 finds nothing where combinations look at it. */
     U8 protocol = 0;
     /** Only the low three bits take part. */
     U8 vrf = 0;
@@ -47,7 +50,7 @@ struct AclRule {
     U8 priority = 0;
     bool flag = false;
     U16 counter = 0;
-    std::optional<U8> range;
+    std::optional<U8> range{};
 
     friend bool operator==(AclRule const&, AclRule const&) = default;
 };
@@ -56,7 +59,7 @@ struct AclHit {
     HashPlace place;
     AclRule rule;
     /** The rule of the second chain, where rows have one: physical tables 0 to 2 below version 4. */
-    std::optional<AclRule> secondRule;
+    std::optional<AclRule> secondRule{};
 
     friend bool operator==(AclHit const&, AclHit const&) = default;
 };
@@ -66,8 +69,9 @@ struct AclHit {
  * compares what the row stores of a key, which is all but the lowest bits: those are told by the row's
  * number. It knows nothing but what registers wrote.
  *
- * An empty row, all zero, answers no key. A key of physical table 0, 1 or 2 has a protocol, which is not 0;
- * one of table 5 has ones for an address that is absent, and the second address is stored whole.
+ * An empty row, all zero, answers no key. In physical tables 0, 1 and 2 a row with protocol 0 is not in use,
+ * and a key with it finds nothing: all else that rows store of a key of table 0 or 1 can be zero. In table 5
+ * the second address tells: it is stored whole, and in no key is it 0, since an absent one is all ones.
  */
 class BELMO_EXPORT AclLookup {
 public:

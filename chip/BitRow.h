@@ -36,13 +36,13 @@ public:
     }
     /** The value of up to 63 bits. */
     constexpr U64 at(BitRange range) const { return from(range.first).low_ & ((U64{1} << range.width) - 1); }
-    /** The bits from that one on, moved down to bit 0. */
+    /** The bits from that one on, below 128, moved down to bit 0. */
     constexpr BitRow from(U32 first) const {
         if (first == 0) return *this;
         if (first >= 64) return {high_ >> (first - 64), 0};
         return {low_ >> first | high_ << (64 - first), high_ >> first};
     }
-    /** The lowest bits, with all others clear. */
+    /** The lowest bits, fewer than 128, with all others clear. */
     constexpr BitRow lowest(U32 count) const {
         if (count >= 64) return {low_, high_ & ((U64{1} << (count - 64)) - 1)};
         return {low_ & ((U64{1} << count) - 1), 0};

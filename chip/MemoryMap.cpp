@@ -94,7 +94,7 @@ void addAclProcessor(ProfileInfo const& profile, U32 processor, std::vector<Memo
     for (U32 pipeline = 0; rowsPerWay > 0 && pipeline < profile.numPipelinesOfTable(acl); ++pipeline) {
         if (profile.pipeToProcessorId(pipeline, acl) != processor) continue;
         U32 const pipelineBit = onePipeline ? 0 : pipeline & 1;
-        for (U32 const table : {0, 1, 2, 5}) {
+        for (U32 const table : {0u, 1u, 2u, 5u}) {
             auto const name = fmt::format("table{}/pipeline{}", table, pipeline);
             memories.push_back(hashMemory(prefix, name, word, {4, rowsPerWay, 2, pipelineBit << 3 | table}));
         }

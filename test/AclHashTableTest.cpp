@@ -442,4 +442,36 @@ TEST_F(AclHashTableDeathTest, ATableWithoutANameCannotBeCounted) {
         "key.verifyTableKey\\(\\)");
 }
 
+TEST_F(AclHashTableTest, RowsThatNoHashLeadsToAreLeftAlone) {
+    chipIs({6, false});
+    profile().layouts[NerioSwitch::TableLayoutEnum::tableLayoutAcl].size = 4096;
+    make();
+    for (U32 number = 0; number < 1500; ++number)
+        table().entryIs(key(number), resultOf(ruleOf(1)));
+    bringUp(StartMode::cold);
+    EXPECT_EQ(convertor().descriptor(0)->lastIndex(), 2u * 4096 - 1);
+    EXPECT_EQ(takeWriteCount(), 2u * 2048 * 5);
+    for (U32 number = 0; number < 1500; ++number) {
+        ASSERT_EQ(statusOf(key(number)), programmed);
+        ASSERT_LT(rowOf(key(number)) % 4096, 2048u);
+    }
+    holdsAcrossRestart([&] { EXPECT_EQ(table().entries().size(), 1500u); });
+}
+
+TEST_F(AclHashTableTest, AHashWiderThanTheTableUsesOnlyTheRowsThatAreThere) {
+    chipIs({6, true});
+    profile().layouts[NerioSwitch::TableLayoutEnum::tableLayoutAcl].size = 2048;
+    startTable(0);
+    U32 homeless = 0;
+    for (U32 number = 0; number < 64; ++number) {
+        table().entryIs(key(number), resultOf(ruleOf(1)));
+        auto const item = table().cachedItem(key(number));
+        bool const hasRow = item->getHash(0) < 2048 || item->getHash(1) < 2048;
+        ASSERT_EQ(statusOf(key(number)), hasRow ? programmed : failed);
+        homeless += hasRow ? 0 : 1;
+    }
+    EXPECT_GT(homeless, 0u);
+    EXPECT_LT(homeless, 64u);
+}
+
 }  // namespace

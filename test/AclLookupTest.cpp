@@ -418,16 +418,24 @@ TEST_F(AclLookup, EmptyRowsAnswerNoKey) {
     }
 }
 
-TEST_F(AclLookup, RowsOfKeysThatNoPacketHasAnswerNone) {
+TEST_F(AclLookup, ARowWithoutAProtocolIsNotInUse) {
     auto fields = packet;
     fields.protocol = 0;
     write(table0, key0(4, 0xC0A81152, 2, 0, 443), {{0, 6, 1}});
-    EXPECT_EQ(find(table0, fields), std::nullopt) << "no protocol";
-    fields.firstAddress = 0;
-    fields.secondAddress = 0;
-    write(table5, pack({{0, 1, 1}, {1, 3, 5}, {4, 2, 1}, {6, 64, ~U64{0}}, {70, 2, 2}, {72, 2, 3}}),
+    EXPECT_EQ(find(table0, fields), std::nullopt);
+}
+
+TEST_F(AclLookup, AddressesOfOnesAreFoundAsTheyWereAbsent) {
+    write(table5, pack({{0, 1, 1}, {1, 3, 5}, {4, 2, 1}, {6, 32, 0xFFFFFFFF}, {38, 32, 0xFFFFFFFF}}),
           {{0, 6, 1}});
-    EXPECT_EQ(find(table5, fields), std::nullopt) << "neither address";
+    auto fields = packet;
+    fields.firstLength = 32;
+    fields.secondLength = 32;
+    for (U32 const address : {0xFFFFFFFFu, 0u}) {
+        fields.firstAddress = address;
+        fields.secondAddress = address;
+        EXPECT_TRUE(find(table5, fields).has_value());
+    }
 }
 
 TEST_F(AclLookup, ThreeBitsOfTheVrfTakePartInTableFiveAndNoneElsewhere) {
@@ -530,6 +538,15 @@ TEST_F(AclLookup, RefusesWhatIsOutOfRange) {
     fields = packet;
     fields.secondLength = 33;
     EXPECT_EQ(failure(fields), "ACL lookup: address length 33 is above 32");
+    fields.aclId = 16;
+    fields.protocol = 16;
+    fields.secondLength = 255;
+    EXPECT_EQ(failure(fields, 16), "ACL lookup: address length 255 is above 32");
+    fields.secondLength = 32;
+    EXPECT_EQ(failure(fields, 16), "") << "table 5 has neither ACL number nor protocol";
+    fields = packet;
+    fields.firstLength = 255;
+    EXPECT_EQ(failure(fields, 4), "") << "table 0 has no first address";
     profile->hwApi = {1, 9};
     EXPECT_THROW(Chip::AclLookup(*chip, *profile), Belmo::RangeException);
     profile->hwApi = {6, 0};

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <fmt/format.h>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -57,12 +58,11 @@ struct MemoryMap : testing::Test {
 TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
     std::set<Belmo::String> expected;
     for (U32 i = 0; i < 2; ++i) {
-        auto const number = std::to_string(i);
         for (auto const* name : {"hashTest", "hits"})
-            expected.insert("pipeline[" + number + "]/processor/" + name);
-        expected.insert("ingress/processor_acl[" + number + "]/counters");
+            expected.insert(fmt::format("pipeline[{}]/processor/{}", i, name));
+        expected.insert(fmt::format("ingress/processor_acl[{}]/counters", i));
         for (auto const* table : {"table0", "table1", "table2", "table5"})
-            expected.insert("ingress/processor_acl[" + number + "]/" + table + "/pipeline" + number);
+            expected.insert(fmt::format("ingress/processor_acl[{0}]/{1}/pipeline{0}", i, table));
     }
     EXPECT_EQ(names(), expected);
     make();
@@ -85,7 +85,7 @@ TEST_F(MemoryMap, AHashTestRowIsStoredByBitFifteenInTheWayOfBitFourteen) {
 TEST_F(MemoryMap, AnAclRowOfAProcessorPerPipelineHasTwelveBitsAndTheWayInBitTwelve) {
     make();
     U32 rows = 0;
-    for (U32 const table : {0, 1, 2, 5}) {
+    for (U32 const table : {0u, 1u, 2u, 5u}) {
         auto const memory = "ingress/processor_acl[1]/table" + std::to_string(table) + "/pipeline1";
         store("ingress/processor_acl[1]/", 4, 1u << 18 | table << 13 | 1u << 12 | 4095);
         EXPECT_THAT(row(memory, 4096 + 4095), ElementsAre(1, 2, 3, 4));
@@ -105,7 +105,7 @@ TEST_F(MemoryMap, AnAclRowOfASharedProcessorHasElevenBitsAndThePipelinesLowBit) 
     EXPECT_THAT(names(), Contains("ingress/processor_acl[1]/table5/pipeline3"));
     EXPECT_THAT(names(), Not(Contains("ingress/processor_acl[1]/table5/pipeline1")));
     U32 rows = 0;
-    for (U32 const table : {0, 1, 2, 5}) {
+    for (U32 const table : {0u, 1u, 2u, 5u}) {
         for (U32 const pipeline : {2u, 3u}) {
             auto const memory = "ingress/processor_acl[1]/table" + std::to_string(table) + "/pipeline" +
                                 std::to_string(pipeline);

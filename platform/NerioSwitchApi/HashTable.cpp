@@ -251,7 +251,7 @@ void PhysicalHashTableConvertor::initHwEntries(bool resetHw, U32 /*id*/) {
         if (!table->initialized()) table->handleAllEntries();
     }
     for (HwIndex index = 0; index < items_.size(); ++index) {
-        if (occupancy_->taken(index)) continue;
+        if (occupancy_->taken(index) || !helpers_.front()->reachable(location(index))) continue;
         auto const words = nullWords(index);
         for (auto const& [id, table] : hwTables()) {
             if ((resetHw && !othersAreUp) || differs(*table, index, words)) {
@@ -290,6 +290,7 @@ void PhysicalHashTableConvertor::adopt(HwIndex index) {
 
 std::optional<HwEntryConfig> PhysicalHashTableConvertor::wantedEntry(HwTableId, HwIndex index) const {
     auto const& item = items_[index];
+    if (!item && (reserved(index) || !helpers_.front()->reachable(location(index)))) return std::nullopt;
     auto const words = item ? wordsOf(item, index) : nullWords(index);
     return HwEntryConfig(index, std::span(words), entryWords());
 }

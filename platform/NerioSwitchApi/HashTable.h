@@ -103,6 +103,8 @@ public:
     virtual U32 physTableIndex() const { return 0; }
     /** Other software tables, with helpers of the same index, may live in the rows of the physical table. */
     virtual bool sharesTable() const { return false; }
+    /** Whether the hash of some key leads to the row. Rows that none leads to are never written. */
+    virtual bool reachable(Dovra::Cuckoo::CuckooLocation const& /*location*/) const { return true; }
     /** Whether the row, as the shadow holds it, is one of this helper's table. */
     virtual bool entryOwned(HwIndex index) const;
     /** Writes the location part of the control word. */
