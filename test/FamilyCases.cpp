@@ -122,6 +122,7 @@ FamilyCase aclCase(U8 physTableIdx) {
         return AclHashTableCuckooEntry(numberedAclKey(physTableIdx, number), true, true);
     });
     std::vector<Json> keys;
+    keys.reserve(numbers.size());
     for (U16 const number : numbers)
         keys.push_back(Agent::toJson(numberedAclKey(physTableIdx, number)));
     Random choice(physTableIdx);
