@@ -1,7 +1,10 @@
 // The hashing stages as tables: constants, bring-up, entries, hits, failures; and the table of whole routes.
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <set>
+
+#include "NerioSwitch/CrcHash.h"
 
 #include "FailureText.h"
 #include "LpmFixture.h"
@@ -139,8 +142,7 @@ TEST_P(LpmTableTest, EachL3ProcessorHasACopyAndAHitBitTable) {
     ASSERT_EQ(convertor().hwTables().size(), 3u);
     for (U32 id = 0; id < 3; ++id) {
         auto const& descriptor = convertor().descriptor(id);
-        auto const upper = "L" + std::string(stage().family).substr(1);
-        EXPECT_EQ(descriptor->name(), "routes/demo/" + upper + "/" + std::to_string(id));
+        EXPECT_EQ(descriptor->name(), fmt::format("routes/demo/Lpm{}/{}", stage().mostRealLen(), id));
         EXPECT_EQ(descriptor->firstIndex(), 0u);
         EXPECT_EQ(descriptor->lastIndex(), 2 * stage().rowsPerWay - 1);
         EXPECT_EQ(convertor().hitDescriptor(id)->lastIndex(), 2 * stage().rowsPerWay - 1);
@@ -279,7 +281,7 @@ TEST_P(LpmTableTest, WhatTheRowsCannotCarryIsRefusedBeforeAnythingIsStored) {
                 refusal(key(0, 0), routeCell(5, base, base - 1u)),
                 "NerioSwitchTable::EntryCellResult::maskLength < prefixLen - 2 or > prefixLen not allowed");
             EXPECT_EQ(
-                refusal(key(0, 0), routeCell(5, base, 33, base + 3u)),
+                refusal(key(0, 0), routeCell(5, base, 33, base - 2u)),
                 "NerioSwitchTable::EntryCellResult::maskLength < prefixLen - 2 or > prefixLen not allowed");
             EXPECT_EQ(refusal(routeKey(0, 0, static_cast<U8>(base - 1)), routeCell(5, base)),
                       "NerioSwitchTable::LpmBaseTable::prefixBaseLen != key.prefix().len() not allowed");
@@ -357,7 +359,7 @@ TEST_P(LpmTableTest, TracesWhatIsProgrammedAndRemoved) {
     table().entryIs(wanted, fourCells());
     table().entryDel(wanted);
     ASSERT_EQ(trace.lines().size(), 2u);
-    auto const name = "L" + std::string(stage().family).substr(1) + "Table";
+    auto const name = fmt::format("Lpm{}Table", stage().mostRealLen());
     EXPECT_EQ(trace.lines()[0], name + ": Programming Entry LpmBaseTableCuckooEntry( " + Sorn::text(wanted) +
                                     ", " + Sorn::text(fourCells()) + " )");
     EXPECT_THAT(trace.lines()[1], HasSubstr("Removing Entry LpmBaseTableCuckooEntry( "));
