@@ -51,6 +51,7 @@ public:
     void entryIs(Key const& key, Result const& result) {
         auto const* stored = store_->find(key);
         if (stored != nullptr && *stored == result && !unprogrammed(key)) return;
+        checkEntry(key, result);
         if (this->initialized()) checkKey(key);
         store_->put(key, result);
         programAndPublish(key);
@@ -114,6 +115,9 @@ protected:
     /** Throws `Belmo::RangeException` if the chip at hand has no row for the key. Asked once the table is up.
      */
     virtual void checkKey(Key const&) const {}
+
+    /** Throws `Belmo::RangeException` for an entry that no chip's rows can carry; asked of every new one. */
+    virtual void checkEntry(Key const&, Result const&) const {}
 
     /** The keys of all entries, apart from the map, so that a walk over them may change it. */
     std::vector<Key> keys() const {

@@ -12,6 +12,7 @@ namespace {
 
 using NerioSwitch::ProfileInfo;
 constexpr auto acl = NerioSwitch::TableLayoutEnum::tableLayoutAcl;
+constexpr auto l3 = NerioSwitch::TableLayoutEnum::tableLayoutL3;
 
 /** How the words of a control register are read. */
 struct ControlWord {
@@ -32,6 +33,9 @@ constexpr ControlWord aclWordOfOnePipeline{
     .row = {0, 12}, .way = {12, 1}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 4}};
 constexpr ControlWord aclCounterWord{
     .row = {0, 11}, .way = {11, 1}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 3}};
+
+constexpr ControlWord lpmWord{
+    .row = {0, 12}, .way = {14, 2}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 4}};
 
 /** What a memory is beside its control word. */
 struct Shape {
@@ -102,6 +106,26 @@ void addAclProcessor(ProfileInfo const& profile, U32 processor, std::vector<Memo
     memories.push_back(hashMemory(prefix, "counters", aclCounterWord, {5, 2048, 2, 4}));
 }
 
+/** A stage of the route look-up that hashes. Its number selects it, and is the first bit of its hits. */
+struct LpmMemory {
+    char const* name;
+    U32 number;
+    U32 rowsPerWay;
+};
+
+constexpr LpmMemory lpmMemories[] = {{"lpm32", 0, 4096}, {"lpm29", 1, 4096}, {"lpm26", 2, 4096},
+                                     {"lpm23", 3, 1024}, {"lpm20", 4, 1024}, {"lpm17", 5, 1024},
+                                     {"lpm14", 6, 1024}};
+
+void addL3Processor(U32 processor, std::vector<MemoryDescription>& memories) {
+    auto const prefix = fmt::format("ingress/processor_l3[{}]/", processor);
+    for (auto const& stage : lpmMemories) {
+        Shape const shape{4, stage.rowsPerWay, 2, stage.number};
+        memories.push_back(withHits(hashMemory(prefix, stage.name, lpmWord, shape), prefix, stage.number));
+    }
+    memories.push_back(hitMemory(prefix, 4096));
+}
+
 }  // namespace
 
 bool aclProcessorPerPipeline(ProfileInfo const& profile) {
@@ -114,6 +138,8 @@ std::vector<MemoryDescription> chipMemories(ProfileInfo const& profile) {
         addPipeline(pipeline, memories);
     for (U32 processor = 0; processor < processorCount(profile, acl); ++processor)
         addAclProcessor(profile, processor, memories);
+    for (U32 processor = 0; processor < processorCount(profile, l3); ++processor)
+        addL3Processor(processor, memories);
     return memories;
 }
 

@@ -18,6 +18,9 @@ namespace Chip {
  *   "ingress/processor_acl[0]/table0/pipeline0"      in each ACL processor: the physical tables 0, 1, 2 and
  *                                                    5 of each pipeline that it serves
  *   "ingress/processor_acl[0]/counters"              and its indirect counters
+ *   "ingress/processor_l3[0]/lpm32" to ".../lpm14"   in each L3 processor: the stages of the route look-up
+ *                                                    that hash, by their longest route
+ *   "ingress/processor_l3[0]/hits"                   and the hit bits of the processor's memories
  *
  * A hit memory is read by its read strobe, a row at a time, and a read clears what it read: whoever reads
  * takes the hit bits of all tables in that row.
