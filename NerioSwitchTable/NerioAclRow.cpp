@@ -96,12 +96,19 @@ constexpr bool keyIsFilled(AclKeyLayout const& layout) {
 static_assert(std::all_of(maskedKeys.begin(), maskedKeys.end(), keyIsFilled));
 static_assert(std::all_of(plainKeys.begin(), plainKeys.end(), keyIsFilled));
 
-/** Position in `KeyLayouts` of the physical table that a combination belongs to. */
+/** For each combination the position in `KeyLayouts` of the physical table that it belongs to. */
+constexpr auto tablesOfCombinations = [] {
+    std::array<U8, std::size_t{HwAclCombinationId::last} + 1> tables{};
+    for (std::size_t combination = 0; combination < tables.size(); ++combination) {
+        for (U8 table = 1; table < numPhysTables; ++table) {
+            if (combination >= maskedKeys[table].firstCombination) tables[combination] = table;
+        }
+    }
+    return tables;
+}();
+
 constexpr std::size_t tableOf(HwAclCombinationId combination) {
-    std::size_t table = 0;
-    while (table + 1 < numPhysTables && combination.value() >= maskedKeys[table + 1].firstCombination)
-        ++table;
-    return table;
+    return tablesOfCombinations[combination.value()];
 }
 
 /** The key bits that the row's number implies, kept in the shadow, and behind them the stored ones. */

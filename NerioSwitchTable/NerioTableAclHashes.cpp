@@ -55,12 +55,10 @@ NerioSwitchApi::PhysicalHashGeometry geometry(U32 aclTableId, std::optional<U32>
 
 AclHashTableCuckooEntry::AclHashTableCuckooEntry(AclHashKey const& key, bool singleAclPipeMode,
                                                  bool hasFilterMask)
-    : HashTableItem(key),
-      packedKey_(aclKeyLayout(key.combination(), hasFilterMask).pack(key)),
-      hashes_(0),
-      keyBits_(aclKeyLayout(key.combination(), hasFilterMask).length),
-      singleAclPipeMode_(singleAclPipeMode),
-      hasFilterMask_(hasFilterMask) {
+    : HashTableItem(key), singleAclPipeMode_(singleAclPipeMode), hasFilterMask_(hasFilterMask) {
+    auto const& layout = aclKeyLayout(key.combination(), hasFilterMask);
+    keyBits_ = layout.length;
+    packedKey_ = layout.pack(key);
     hashes_ = hashesOf(packedKey_, keyBits_, singleAclPipeMode);
 }
 
@@ -71,6 +69,12 @@ U8 AclHashTableCuckooEntry::copyKeyToBuffer(U8* buffer, U8 bufferSize) const {
     std::memset(buffer, 0, bufferSize);
     std::memcpy(buffer, packedKey_.data(), sizeof packedKey_);
     return keyBits_;
+}
+
+HashInput AclHashTableCuckooEntry::hashInput() const {
+    HashInput input;
+    input.bits = copyKeyToBuffer(input.bytes.data(), static_cast<U8>(input.bytes.size()));
+    return input;
 }
 
 Belmo::String AclHashTableCuckooEntry::toStrep() const {

@@ -42,12 +42,13 @@ public:
     U8 copyKeyToBuffer(U8* buffer, U8 bufferSize) const;
     /** The key's row in hash table `hashNumber`: 12 bits in single pipe mode, 11 otherwise. */
     U32 getHash(U8 hashNumber) const override { return hashes_.way(hashNumber); }
+    HashInput hashInput() const override;
     Belmo::String toStrep() const override;
 
 private:
-    AclPackedKey packedKey_;
-    NerioSwitch::CrcHashes hashes_;
-    U8 keyBits_;
+    AclPackedKey packedKey_{};
+    NerioSwitch::CrcHashes hashes_{0};
+    U8 keyBits_ = 0;
     bool singleAclPipeMode_;
     bool hasFilterMask_;
 };

@@ -75,6 +75,12 @@ U32 AclIndirectCounterHashTableCuckooEntry::getHash(U8 hashNumber) const {
     return row;
 }
 
+HashInput AclIndirectCounterHashTableCuckooEntry::hashInput() const {
+    HashInput input;
+    input.bits = copyKeyToBuffer(input.bytes.data(), static_cast<U8>(input.bytes.size()));
+    return input;
+}
+
 Belmo::String AclIndirectCounterHashTableCuckooEntry::toStrep() const {
     return Sorn::_fmt("AclIndirectCounterHashTableCuckooEntry( %u, %u )", U32{key().value()},
                       U32{result().value()});

@@ -34,6 +34,7 @@ public:
      */
     U8 copyKeyToBuffer(U8* buffer, U8 bufferSize) const;
     U32 getHash(U8 hashNumber) const override;
+    HashInput hashInput() const override;
     Belmo::String toStrep() const override;
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <utility>
@@ -18,6 +19,12 @@ namespace NerioSwitchTable {
 
 using NerioSwitchApi::EntryProgrammedStatus;
 
+/** What the chip hashes of a key: its first `bits` bits, of which bit i is bit i % 8 of byte i / 8. */
+struct HashInput {
+    std::array<U8, 20> bytes{};
+    U8 bits = 0;
+};
+
 /** An item of a hash table: the key and a copy of the result. A family adds the hash and its text. */
 template <class KeyType, class ResultType>
 class HashTableItem : public NerioSwitchApi::HashBaseCuckooEntry {
@@ -32,6 +39,8 @@ public:
     bool isEqual(Belmo::Ptr<Dovra::Cuckoo::HashItem const> const& other) const override {
         return static_cast<HashTableItem const&>(*other).key() == key_;
     }
+    /** What `getHash` hashes, for tools to work a row out by other means. Nothing unless a family says. */
+    virtual HashInput hashInput() const { return {}; }
 
 protected:
     explicit HashTableItem(Key key) : key_(std::move(key)) {}

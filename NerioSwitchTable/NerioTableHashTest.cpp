@@ -127,6 +127,14 @@ U32 HashTestTableCuckooEntry::getHash(U8 hashNumber) const {
     return key().value() >> (hashNumber * 3) & 7;
 }
 
+HashInput HashTestTableCuckooEntry::hashInput() const {
+    HashInput input;
+    input.bits = 32;
+    for (U8 byte = 0; byte < 4; ++byte)
+        input.bytes[byte] = static_cast<U8>(key().value() >> (8 * byte));
+    return input;
+}
+
 Belmo::String HashTestTableCuckooEntry::toStrep() const {
     return Sorn::_fmt("HashTestTableCuckooEntry( %u, %u )", key().value(), result().value());
 }

@@ -43,6 +43,8 @@ public:
     ~HashTestTableCuckooEntry() override;
 
     U32 getHash(U8 hashNumber) const override;
+    /** The number itself, first byte first. */
+    HashInput hashInput() const override;
     Belmo::String toStrep() const override;
 };
 

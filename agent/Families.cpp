@@ -2,18 +2,35 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 
+#include "NerioSwitchTable/NerioTableAclHashes.h"
+#include "NerioSwitchTable/NerioTableAclIndirectCounter.h"
+#include "NerioSwitchTable/NerioTableHashTest.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
+#include "agent/HashJsonTable.h"
 
 namespace Agent {
 
 namespace {
 
-/** A plain family whose factory takes the name alone. */
-template <class Table>
-Family plain(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::String const&)) {
-    return {name, {}, [factory](Belmo::String const& tableName, FamilyNumbers const&) {
-                return std::make_unique<PlainJsonTable<Table>>(factory(tableName));
+/** A number of a table; 0 for one that was left out. */
+U64 numberOf(FamilyNumbers const& numbers, char const* name) {
+    auto const found = numbers.find(name);
+    return found == numbers.end() ? 0 : found->second;
+}
+
+/** A family by its shape and its factory, whose numbers have these names. */
+template <template <class> class Shape, class Table, class... Number, class... Name>
+Family familyOf(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::String const&, Number...),
+                Name... numberNames) {
+    static_assert(sizeof...(Number) == sizeof...(Name));
+    return {name,
+            {FamilyNumber{numberNames, std::numeric_limits<Number>::max()}...},
+            [=](Belmo::String const& tableName,
+                [[maybe_unused]] FamilyNumbers const& numbers) -> std::unique_ptr<JsonTable> {
+                return std::make_unique<Shape<Table>>(
+                    factory(tableName, static_cast<Number>(numberOf(numbers, numberNames))...));
             }};
 }
 
@@ -26,7 +43,11 @@ JsonTable::~JsonTable() = default;
 
 std::vector<Family> const& families() {
     static std::vector<Family> const all = {
-        plain("portConfig", NerioSwitchTable::portConfigTableFactory),
+        familyOf<PlainJsonTable>("portConfig", NerioSwitchTable::portConfigTableFactory),
+        familyOf<HashJsonTable>("aclHash", NerioSwitchTable::aclHashTableFactory, "pipeline", "physTableIdx"),
+        familyOf<HashJsonTable>("aclIndirectCounterHash",
+                                NerioSwitchTable::aclIndirectCounterHashTableFactory, "pipelinePair"),
+        familyOf<HashJsonTable>("hashTest", NerioSwitchTable::hashTestTableFactory),
     };
     return all;
 }
@@ -55,8 +76,12 @@ TableSpec tableSpecFromJson(Json const& json, Place const& place,
         if (!isOneOf(allNumbers)) {
             throw JsonException(place.member(name), fmt::format("unknown member {}", shown(name)));
         }
-        auto const number = fromJson<U64>(value, place.member(name));
-        if (isOneOf(known->numbers)) spec.numbers[name] = number;
+        auto const own = std::find_if(known->numbers.begin(), known->numbers.end(),
+                                      [&name = name](auto const& number) { return number.name == name; });
+        bool const isOwn = own != known->numbers.end();
+        auto const number =
+            numberFromJson(value, isOwn ? own->max : std::numeric_limits<U64>::max(), place.member(name));
+        if (isOwn) spec.numbers[name] = number;
     }
     return spec;
 }

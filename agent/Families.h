@@ -13,12 +13,19 @@ namespace Agent {
 /** The numbers that some factories take, by name: "pipeline", "physTableIdx", ... */
 using FamilyNumbers = std::map<Belmo::String, U64>;
 
+/** A number that a factory takes. */
+struct FamilyNumber {
+    std::string_view name;
+    /** The largest that its type holds. */
+    U64 max;
+};
+
 /** A table family by name: how tools make a table of it. */
 struct Family {
     /** The factory's name without "TableFactory". */
     std::string_view name;
     /** The numbers that the factory takes, in its order. */
-    std::vector<std::string_view> numbers;
+    std::vector<FamilyNumber> numbers;
     std::function<std::unique_ptr<JsonTable>(Belmo::String const& name, FamilyNumbers const& numbers)> make;
 };
 
@@ -35,8 +42,9 @@ struct TableSpec {
 };
 
 /**
- * Reads "family", "name" and the family's numbers from an object; numbers left out are 0. Numbers of other
- * families are passed over, so that one line form serves all. `extra` names further members of the object.
+ * Reads "family", "name" and the family's numbers from an object; numbers left out are 0, and one that its
+ * type does not hold is refused. Numbers of other families are passed over, so that one line form serves all.
+ * `extra` names further members of the object.
  */
 TableSpec tableSpecFromJson(Json const& json, Place const& place,
                             std::initializer_list<std::string_view> extra = {});

@@ -7,12 +7,26 @@
 #include <vector>
 
 #include "Belmo/Publisher.h"
+#include "NerioSwitchApi/HashTable.h"
 #include "NerioSwitchApi/SwTable.h"
 
 #include "agent/Json.h"
 #include "agent/ValueJson.h"
 
 namespace Agent {
+
+/** How the entries of a hash table stand in their rows. */
+struct HashPlacement {
+    U32 rowsInUse = 0;
+    /** Rows of all hash tables together. */
+    U32 rows = 0;
+    /** Placements so far, by the moves that each of them needed. */
+    NerioSwitchApi::MoveHistogram moves{};
+    /** Attempts so far that found no place. */
+    U64 failedPlacements = 0;
+    /** Entries that have no place now. */
+    std::size_t entriesWithoutPlace = 0;
+};
 
 /**
  * A software table of any family, spoken to in JSON: what scripts, state files and tests drive tables
@@ -41,6 +55,22 @@ public:
     virtual std::size_t defaultEntryCount() const = 0;
     /** Keys marked as disagreeing with hardware, in key order. */
     virtual std::vector<Json> inconsistent() const = 0;
+    /** The status records, in key order: [{"key":K,"status":0,"lastHit":null},...]; none without status. */
+    virtual std::optional<Json> status() const { return std::nullopt; }
+    /** Where a key stands: {"table":W,"row":R}, null for a key in no row; none for tables without a hash. */
+    virtual std::optional<Json> location(Json const& /*key*/, Place const& /*place*/) const {
+        return std::nullopt;
+    }
+    /**
+     * A key's row in each hash table, and what is hashed: {"hashes":[R,...],"bits":N,"input":HEX}, the bytes
+     * first byte first. The key need not be in the table, but the table must be started, since the profile
+     * decides. None for tables without a hash.
+     */
+    virtual std::optional<Json> hash(Json const& /*key*/, Place const& /*place*/) const {
+        return std::nullopt;
+    }
+    /** None for tables without a hash, and before the start. */
+    virtual std::optional<HashPlacement> placement() const { return std::nullopt; }
     virtual Belmo::String keyText(Json const& key, Place const& place) const = 0;
     virtual Belmo::String resultText(Json const& result, Place const& place) const = 0;
     [[nodiscard]] virtual Belmo::Subscription observe(ChangeObserver observer) = 0;
@@ -64,10 +94,10 @@ Belmo::String shownText(T const& value) {
     }
 }
 
-/** Keys of a map attribute for which `wanted(value)` holds, in order. */
-template <class Map, class Wanted>
-auto sortedKeys(Map const& map, Wanted&& wanted) {
-    std::vector<typename Map::key_type> keys;
+/** Keys of a range of pairs for which `wanted(value)` holds, in order. */
+template <class Range, class Wanted>
+auto sortedKeys(Range const& map, Wanted&& wanted) {
+    std::vector<std::remove_cvref_t<decltype((*map.begin()).first)>> keys;
     for (auto const& [key, value] : map) {
         if (wanted(value)) keys.push_back(key);
     }
@@ -75,14 +105,14 @@ auto sortedKeys(Map const& map, Wanted&& wanted) {
     return keys;
 }
 
-/** A table with the operations of the plain shape, in JSON. */
+/** A table that keeps a result per key, in JSON: what the tables of all shapes share. */
 template <class Table>
-class PlainJsonTable final : public JsonTable {
+class KeyedJsonTable : public JsonTable {
 public:
     using Key = typename Table::Key;
     using Result = typename Table::Result;
 
-    explicit PlainJsonTable(Belmo::Ptr<Table> table) : table_(std::move(table)) {}
+    explicit KeyedJsonTable(Belmo::Ptr<Table> table) : table_(std::move(table)) {}
 
     Belmo::Ptr<NerioSwitchApi::SwTable> table() const override { return table_; }
 
@@ -132,6 +162,14 @@ public:
         return all;
     }
 
+    std::optional<Json> status() const override {
+        if constexpr (requires { table_->tableStatus(); }) {
+            return statusToJson();
+        } else {
+            return std::nullopt;
+        }
+    }
+
     Belmo::String keyText(Json const& key, Place const& place) const override {
         return shownText(fromJson<Key>(key, place.member("key")));
     }
@@ -147,8 +185,35 @@ public:
         });
     }
 
+protected:
+    Table& keyed() const { return *table_; }
+
 private:
+    Json statusToJson() const {
+        auto const& status = table_->tableStatus();
+        Json all = Json::array();
+        if (!status) return all;
+        std::vector<Key> keys;
+        for (auto const& record : status->entryStatuses())
+            keys.push_back(record.key());
+        std::sort(keys.begin(), keys.end());
+        for (auto const& key : keys) {
+            auto const record = status->entryStatus(key);
+            all.push_back({{"key", toJson(key)},
+                           {"status", static_cast<U32>(record.status())},
+                           {"lastHit", toJson(record.lastHit())}});
+        }
+        return all;
+    }
+
     Belmo::Ptr<Table> table_;
+};
+
+/** A table of the plain shape. */
+template <class Table>
+class PlainJsonTable final : public KeyedJsonTable<Table> {
+public:
+    using KeyedJsonTable<Table>::KeyedJsonTable;
 };
 
 }  // namespace Agent

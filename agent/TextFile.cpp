@@ -2,26 +2,44 @@
 
 #include <array>
 #include <cerrno>
-#include <cstddef>
-#include <fstream>
+#include <memory>
 #include <system_error>
+#include <zlib.h>
 
 #include "Belmo/Exceptions.h"
 
 namespace Agent {
 
+namespace {
+
+[[noreturn]] void refuse(Belmo::String const& reason) {
+    throw Belmo::ResourceException(reason);
+}
+
+Belmo::String reasonOf(gzFile file) {
+    int code = Z_OK;
+    Belmo::String const text = gzerror(file, &code);
+    return code == Z_ERRNO || text.empty() ? std::generic_category().message(errno) : text;
+}
+
+}  // namespace
+
 Belmo::String textOfFile(Belmo::String const& path) {
     errno = 0;
-    std::ifstream stream(path, std::ios::binary);
+    // Reads compressed files, and all others as they are.
+    std::unique_ptr<gzFile_s, int (*)(gzFile)> const file(gzopen(path.c_str(), "rb"), gzclose);
+    if (!file) refuse(std::generic_category().message(errno));
     Belmo::String text;
     std::array<char, 65536> part;
-    while (stream) {
-        stream.read(part.data(), part.size());
-        text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+    for (;;) {
+        int const length = gzread(file.get(), part.data(), part.size());
+        if (length < 0) refuse(reasonOf(file.get()));
+        if (length == 0) break;
+        text.append(part.data(), static_cast<std::size_t>(length));
     }
-    if (!stream.is_open() || stream.bad()) {
-        throw Belmo::ResourceException(std::generic_category().message(errno));
-    }
+    int code = Z_OK;
+    gzerror(file.get(), &code);
+    if (code != Z_OK && code != Z_STREAM_END) refuse(reasonOf(file.get()));
     return text;
 }
 

@@ -4,7 +4,8 @@
 
 namespace Agent {
 
-/** A whole file as text; throws `Belmo::ResourceException` with the reason alone. */
+/** A whole file as text, unpacked if it was packed by gzip; throws `Belmo::ResourceException` with the reason
+ * alone. */
 Belmo::String textOfFile(Belmo::String const& path);
 
 }  // namespace Agent

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <span>
 #include <vector>
 
 #include "NerioSwitchApi/SwTable.h"
@@ -19,10 +21,16 @@ struct Verification {
     std::vector<Difference> differences;
 };
 
+/** Replaces the words of a row, as written to these registers, by those that the chip holds in the row. */
+using RowReader =
+    std::function<void(std::span<NerioSwitchApi::RegisterHandle const> registers, std::span<U32> words)>;
+
 /**
  * Holds every row of a table's hardware tables against what the software table wants there, and each word
- * that the shadow holds against the row's register, where rows have registers of their own.
+ * that the shadow holds against the chip. The bus answers for rows with registers of their own. Rows that
+ * share registers lie in a memory, which only `readRow` can look into; without one their words in the chip
+ * are not looked at.
  */
-Verification verify(NerioSwitchApi::SwTable const& table);
+Verification verify(NerioSwitchApi::SwTable const& table, RowReader const& readRow = {});
 
 }  // namespace Agent

@@ -116,4 +116,59 @@ BENCHMARK(wideWorstCallAtTheLimit)
     ->Args({4, 10})
     ->Unit(benchmark::kMicrosecond);
 
+/** The fill of all rows when the first key finds no place. */
+template <class NextKey>
+double fillOf(WideGeometry geometry, NextKey&& nextKey) {
+    Dovra::Cuckoo::Occupancy occupancy(geometry.ways, geometry.rowsPerWay());
+    Dovra::Cuckoo::Planner planner(occupancy);
+    for (;;) {
+        auto const hashes = WideItem::hashesOf(nextKey(), geometry.hashBits);
+        Dovra::Cuckoo::Rows rows{};
+        for (U8 way = 0; way < geometry.ways; ++way)
+            rows[way] = static_cast<U16>(hashes.way(way));
+        auto const& plan = planner.plan(rows);
+        if (plan.outcome != Dovra::Cuckoo::Outcome::placed) break;
+        for (auto const& move : plan.moves) {
+            occupancy.take(move.to, occupancy.rowsOf(move.from));
+            occupancy.release(move.from);
+        }
+        occupancy.take(plan.slot, rows);
+    }
+    return static_cast<double>(occupancy.used()) / occupancy.slots();
+}
+
+/** Mean fill over 50 sets: of random keys, and of keys that count up from a random start in one field. */
+void wideFill(benchmark::State& state) {
+    constexpr int sets = 50;
+    auto const geometry = geometryOf(state);
+    double randomSum = 0;
+    double countedSum = 0;
+    double countedLeast = 1;
+    for (auto _ : state) {
+        for (int set = 0; set < sets; ++set) {
+            std::mt19937_64 random(static_cast<U64>(set));
+            randomSum += fillOf(geometry, [&] {
+                return WideKey(random(), static_cast<U32>(random()), static_cast<U8>(random()));
+            });
+            U64 const network = random();
+            U32 host = static_cast<U32>(random());
+            double const counted = fillOf(geometry, [&] { return WideKey(network, host++, 7); });
+            countedSum += counted;
+            countedLeast = std::min(countedLeast, counted);
+        }
+    }
+    auto const all = sets * static_cast<double>(state.iterations());
+    state.counters["random"] = randomSum / all;
+    state.counters["counted"] = countedSum / all;
+    state.counters["countedLeast"] = countedLeast;
+}
+BENCHMARK(wideFill)
+    ->Args({2, 10})
+    ->Args({2, 12})
+    ->Args({3, 13})
+    ->Args({3, 12})
+    ->Args({4, 10})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
 }  // namespace

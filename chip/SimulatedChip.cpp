@@ -138,13 +138,37 @@ std::size_t SimulatedChip::memoryNumber(std::string_view name) const {
     return static_cast<std::size_t>(found - memories_.begin());
 }
 
+IndirectMemory* SimulatedChip::memoryOf(RegisterHandle handle, U32 word) const {
+    if (!handle.exists() || controlOf_[handle.number] == 0) return nullptr;
+    auto const& answering = controls_[controlOf_[handle.number] - 1].answering(word);
+    auto const found = std::ranges::find_if(answering, [&](auto* memory) { return memory->stores(word); });
+    return found == answering.end() ? nullptr : *found;
+}
+
 void SimulatedChip::hitIs(std::string_view controlRegister, U32 word) {
-    if (auto const control = controlOf_[registers_.address(controlRegister).number]; control != 0) {
-        for (auto* memory : controls_[control - 1].answering(word)) {
-            if (memory->stores(word)) return memory->hitIs(memory->addressedRow(word));
+    auto* memory = memoryOf(registers_.address(controlRegister), word);
+    if (memory == nullptr)
+        throw Belmo::RangeException(fmt::format("{} = 0x{:08X} stores no row", controlRegister, word));
+    memory->hitIs(memory->addressedRow(word));
+}
+
+void SimulatedChip::readRow(std::span<RegisterHandle const> handles, std::span<U32> words) const {
+    auto const size = std::min(handles.size(), words.size());
+    for (std::size_t control = 0; control < size; ++control) {
+        auto const* memory = memoryOf(handles[control], words[control]);
+        if (memory == nullptr) continue;
+        auto const row = memory->row(memory->addressedRow(words[control]));
+        auto const& paths = memory->description().dataRegisters;
+        for (std::size_t i = 0; i < size; ++i) {
+            if (!handles[i].exists()) continue;
+            auto const data = std::ranges::find(paths, registers_.paths()[handles[i].number]);
+            if (data != paths.end()) words[i] = row[static_cast<std::size_t>(data - paths.begin())];
         }
+        return;
     }
-    throw Belmo::RangeException(fmt::format("{} = 0x{:08X} stores no row", controlRegister, word));
+    for (std::size_t i = 0; i < size; ++i) {
+        if (handles[i].exists()) words[i] = words_[handles[i].number];
+    }
 }
 
 std::vector<U32> SimulatedChip::state() const {

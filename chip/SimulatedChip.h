@@ -59,6 +59,12 @@ public:
     /** Every word of the chip: the registers by number, then the memories in their given order. */
     std::span<U32 const> memory() const { return words_; }
     /**
+     * Replaces the words of a row, as they would be written to these registers, by those that the chip holds
+     * in the row: what the memory has there that their control word stores into, or else the registers'.
+     * Throws `NerioSwitchApi::BusException` for a row beyond the end.
+     */
+    void readRow(std::span<NerioSwitchApi::RegisterHandle const> handles, std::span<U32> words) const;
+    /**
      * What the chip works by: its memory with the data and control registers of memories taken as 0, since
      * those hold no more than the row that was accessed last. Hit bits count: they are zero until packets
      * come, and zero again once they were read.
@@ -66,6 +72,8 @@ public:
     std::vector<U32> state() const;
 
 private:
+    /** The memory that a control word stores a row of; null for none, or another register. */
+    IndirectMemory* memoryOf(NerioSwitchApi::RegisterHandle handle, U32 word) const;
     void put(NerioSwitchApi::RegisterHandle handle, U32 word);
     std::span<U32> wordsIn(Belmo::String const& file, std::vector<MemoryDescription> const& memories,
                            std::size_t size);

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,7 +12,6 @@
 #include <vector>
 
 #include "agent/StateFile.h"
-#include "agent/Verify.h"
 #include "nerio/CampusExample.h"
 #include "nerio/Commands.h"
 #include "nerio/SecondProcess.h"
@@ -62,6 +63,8 @@ struct TableReport {
     std::size_t registerWrites = 0;
     double milliseconds = 0;
     std::vector<Agent::Difference> differences;
+    /** Of the settled table; none without a hash. */
+    std::optional<Agent::HashPlacement> placement;
 };
 
 using Clock = std::chrono::steady_clock;
@@ -77,17 +80,26 @@ std::vector<TableReport> startTables(Switch& target, StartMode mode, Settle&& se
         report.entries = table.entryCount();
         settle(table);
         report.defaultEntries = table.defaultEntryCount();
+        report.placement = table.placement();
         report.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
         report.registerWrites = target.takeWriteCount();
         reports.push_back(std::move(report));
         begin = Clock::now();
     });
     for (auto& report : reports) {
-        auto verification = Agent::verify(*target.table(report.spec.name)->table());
+        auto verification = target.verify(*target.table(report.spec.name)->table());
         report.rows = verification.rows;
         report.differences = std::move(verification.differences);
     }
     return reports;
+}
+
+Json toJson(Agent::HashPlacement const& placement) {
+    return {{"rowsInUse", placement.rowsInUse},
+            {"rows", placement.rows},
+            {"moves", placement.moves},
+            {"failedPlacements", placement.failedPlacements},
+            {"entriesWithoutPlace", placement.entriesWithoutPlace}};
 }
 
 Json toJson(std::vector<TableReport> const& reports) {
@@ -98,25 +110,75 @@ Json toJson(std::vector<TableReport> const& reports) {
             differences.push_back(
                 {{"hwTable", difference.hwTable}, {"row", difference.row}, {"text", difference.text}});
         }
-        tables.push_back({{"name", report.spec.name},
-                          {"family", report.spec.family},
-                          {"entries", report.entries},
-                          {"defaultEntries", report.defaultEntries},
-                          {"rows", report.rows},
-                          {"registerWrites", report.registerWrites},
-                          {"milliseconds", report.milliseconds},
-                          {"differences", std::move(differences)}});
+        Json table{{"name", report.spec.name},
+                   {"family", report.spec.family},
+                   {"entries", report.entries},
+                   {"defaultEntries", report.defaultEntries},
+                   {"rows", report.rows},
+                   {"registerWrites", report.registerWrites},
+                   {"milliseconds", report.milliseconds},
+                   {"differences", std::move(differences)}};
+        if (report.placement) table["placement"] = toJson(*report.placement);
+        tables.push_back(std::move(table));
     }
     return tables;
 }
 
+/** The first columns of a line: the table's name and family, as wide as the widest ones ask for. */
+struct TableColumns {
+    std::size_t name = 16;
+    std::size_t family = 14;
+
+    explicit TableColumns(Json const& tables) {
+        for (auto const& table : tables) {
+            name = std::max(name, table["name"].get_ref<std::string const&>().size());
+            family = std::max(family, table["family"].get_ref<std::string const&>().size());
+        }
+    }
+    std::string text(std::string const& nameText, std::string const& familyText) const {
+        return fmt::format("  {:<{}} {:<{}}", nameText, name, familyText, family);
+    }
+    std::string text(Json const& table) const {
+        return text(table["name"].get<std::string>(), table["family"].get<std::string>());
+    }
+};
+
 void printTables(char const* title, char const* entriesTitle, Json const& tables) {
-    fmt::print("{}\n  {:<16} {:<14} {:>16} {:>8} {:>16} {:>10}\n", title, "table", "family", entriesTitle,
+    TableColumns const columns(tables);
+    fmt::print("{}\n{} {:>16} {:>8} {:>16} {:>10}\n", title, columns.text("table", "family"), entriesTitle,
                "rows", "register writes", "time");
     for (auto const& table : tables) {
-        fmt::print("  {:<16} {:<14} {:>16} {:>8} {:>16} {:>7.2f} ms\n", table["name"].get<std::string>(),
-                   table["family"].get<std::string>(), table["entries"].get<U64>(), table["rows"].get<U64>(),
-                   table["registerWrites"].get<U64>(), table["milliseconds"].get<double>());
+        fmt::print("{} {:>16} {:>8} {:>16} {:>7.2f} ms\n", columns.text(table), table["entries"].get<U64>(),
+                   table["rows"].get<U64>(), table["registerWrites"].get<U64>(),
+                   table["milliseconds"].get<double>());
+    }
+}
+
+/** The moves of all placements. Chains longer than the histogram tells apart count as its longest. */
+U64 movesOf(Json const& placement) {
+    U64 moves = 0;
+    U64 length = 0;
+    for (auto const& count : placement["moves"])
+        moves += length++ * count.get<U64>();
+    return moves;
+}
+
+/** Prints how full the hash tables are, if there are any. */
+void printPlacements(Json const& tables) {
+    TableColumns const columns(tables);
+    bool isFirst = true;
+    for (auto const& table : tables) {
+        if (!table.contains("placement")) continue;
+        if (std::exchange(isFirst, false)) {
+            fmt::print("\nhash tables\n{} {:>16} {:>8} {:>8} {:>7} {:>10}\n", columns.text("table", "family"),
+                       "rows in use", "rows", "fill", "moves", "no place");
+        }
+        auto const& placement = table["placement"];
+        auto const inUse = placement["rowsInUse"].get<U64>();
+        auto const rows = placement["rows"].get<U64>();
+        fmt::print("{} {:>16} {:>8} {:>6.2f} % {:>7} {:>10}\n", columns.text(table), inUse, rows,
+                   100.0 * static_cast<double>(inUse) / static_cast<double>(rows), movesOf(placement),
+                   placement["entriesWithoutPlace"].get<U64>());
     }
 }
 
@@ -142,17 +204,40 @@ U64 sumOf(Json const& tables, Member const& member) {
     return sum;
 }
 
+/** The tables in which an entry that equals the default leaves no trace. */
+Json plain(Json const& tables) {
+    Json all = Json::array();
+    std::copy_if(tables.begin(), tables.end(), std::back_inserter(all),
+                 [](Json const& table) { return !table.contains("placement"); });
+    return all;
+}
+
+U64 entriesWithoutPlace(Json const& tables) {
+    U64 sum = 0;
+    for (auto const& table : tables) {
+        if (table.contains("placement")) sum += table["placement"]["entriesWithoutPlace"].get<U64>();
+    }
+    return sum;
+}
+
 void printReport(StateFile const& file, Json const& cold, Json const& warm) {
     auto const& profile = *file.profile;
     fmt::print("{}: {} ports, {} pipelines, hardware API {}, on an embedded chip\n\n", profile.profileName(),
                profile.numPorts, profile.numPipelines, profile.hwApi.text());
     printTables("cold start", "entries", cold);
+    printPlacements(cold);
     printTables("\nwarm restart, in a second process", "entries adopted", warm);
-    auto const missing = sumOf(cold, "entries") - sumOf(warm, "entries");
-    if (missing != 0 && missing == sumOf(warm, "defaultEntries")) {
+    auto const missing = sumOf(plain(cold), "entries") - sumOf(plain(warm), "entries");
+    if (missing != 0 && missing == sumOf(plain(warm), "defaultEntries")) {
         fmt::print(
             "\n{} entries equal the default, leave no trace in hardware, and were set again, not adopted\n",
             missing);
+    }
+    auto const withoutPlace = entriesWithoutPlace(cold);
+    auto const stillWithout = entriesWithoutPlace(warm);
+    if (withoutPlace + stillWithout != 0) {
+        fmt::print("\n{} entries found no place; set again after the restart, {} found none\n", withoutPlace,
+                   stillWithout);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "agent/ProfileJson.h"
@@ -47,10 +48,10 @@ std::vector<Script::Operation> const& Script::operations() {
         {"capacity", {}, &Script::capacity},
         {"text", {"table", "key", "result"}, &Script::text},
         {"poll", {"time"}, &Script::poll},
-        {"status", {"table"}, &Script::unsupported},
-        {"location", {"table", "key"}, &Script::unsupported},
-        {"hash", {"table", "key"}, &Script::unsupported},
-        {"hit", {"table", "hwTable", "index"}, &Script::unsupported},
+        {"status", {"table"}, &Script::status},
+        {"location", {"table", "key"}, &Script::location},
+        {"hash", {"table", "key"}, &Script::hash},
+        {"hit", {"table", "hwTable", "index"}, &Script::hit},
     };
     return all;
 }
@@ -74,12 +75,37 @@ U32 numberOf(Json const& json, char const* name) {
     return Agent::fromJson<U32>(Agent::requiredMember(json, name, line), line.member(name));
 }
 
+/** What a table tells; tables of other shapes have nothing of the kind. */
+Json answered(Json const& json, std::optional<Json> answer) {
+    if (answer) return *std::move(answer);
+    refuse(fmt::format("table: {} has no {}", Agent::shown(json["table"]), json["op"].get<std::string>()));
+}
+
 Json registerPaths(NerioSwitchApi::HwTableConfig const& table, HwIndex index) {
     Json paths = Json::array();
     for (auto const handle : table.registersOf(index)) {
         paths.push_back(handle.exists() ? table.bus().path(handle) : Belmo::String());
     }
     return paths;
+}
+
+HwIndex rowOf(Json const& json, NerioSwitchApi::HwTableConfig const& table) {
+    auto const index = numberOf(json, "index");
+    if (index < table.shadow().firstIndex() || index > table.shadow().lastIndex()) {
+        refuse(fmt::format("index: the hardware table has no row {}", index));
+    }
+    return index;
+}
+
+/** Which word of a row is its control word: the one of the register through which hit bits are read, too. */
+std::optional<U8> controlWordOf(NerioSwitchApi::HwTableConfig const& table,
+                                NerioSwitchApi::HitBitTableConfig const& hits, HwIndex row) {
+    auto const registers = table.registersOf(row);
+    for (auto const& read : hits.reads()) {
+        auto const found = std::find(registers.begin(), registers.end(), read.trigger);
+        if (found != registers.end()) return static_cast<U8>(found - registers.begin());
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -252,11 +278,7 @@ Json Script::hwTables(Json const& json) {
 
 Json Script::registersOf(Json const& json) {
     auto const& table = hwTableOf(json);
-    auto const index = numberOf(json, "index");
-    if (index < table.shadow().firstIndex() || index > table.shadow().lastIndex()) {
-        refuse(fmt::format("index: the hardware table has no row {}", index));
-    }
-    return {{"registers", registerPaths(table, index)}};
+    return {{"registers", registerPaths(table, rowOf(json, table))}};
 }
 
 Json Script::shadow(Json const& json) {
@@ -315,15 +337,38 @@ Json Script::text(Json const& json) {
     return texts;
 }
 
-Json Script::poll(Json const& json) {
-    // No family has hit bits yet: a poll finds none.
-    Agent::fromJson<Belmo::Duration>(Agent::requiredMember(json, "time", line), line.member("time"));
+Json Script::status(Json const& json) {
+    return {{"status", answered(json, tableOf(json).status())}};
+}
+
+Json Script::location(Json const& json) {
+    auto const& key = Agent::requiredMember(json, "key", line);
+    return {{"location", answered(json, tableOf(json).location(key, line))}};
+}
+
+Json Script::hash(Json const& json) {
+    return answered(json, tableOf(json).hash(Agent::requiredMember(json, "key", line), line));
+}
+
+Json Script::hit(Json const& json) {
+    auto const& convertor = convertorOf(json);
+    auto const& table = hwTableOf(json);
+    auto const row = rowOf(json, table);
+    auto const hits = convertor.hitBitTables().find(numberOf(json, "hwTable"));
+    auto const control =
+        hits == convertor.hitBitTables().end() ? std::nullopt : controlWordOf(table, *hits->second, row);
+    if (!control) return answered(json, std::nullopt);
+    auto entry = convertor.wantedEntry(hits->first, row);
+    if (!entry) entry = table.storedEntry(row);
+    if (!entry) refuse(fmt::format("index: the shadow does not hold row {}", row));
+    switch_.hitIs(table.bus().path(table.registersOf(row)[*control]), entry->data(*control));
     return Json::object();
 }
 
-Json Script::unsupported(Json const& json) {
-    tableOf(json);
-    refuse(fmt::format("table: {} has no {}", Agent::shown(json["table"]), json["op"].get<std::string>()));
+Json Script::poll(Json const& json) {
+    auto const time = Agent::fromJson<double>(Agent::requiredMember(json, "time", line), line.member("time"));
+    switch_.pollHitBits(Belmo::Duration(time));
+    return Json::object();
 }
 
 }  // namespace Nerio

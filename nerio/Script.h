@@ -42,9 +42,11 @@ private:
     Json published(Json const& line);
     Json capacity(Json const& line);
     Json text(Json const& line);
+    Json status(Json const& line);
+    Json location(Json const& line);
+    Json hash(Json const& line);
+    Json hit(Json const& line);
     Json poll(Json const& line);
-    /** Status, location, hash and hit bits belong to shapes that no family here has. */
-    Json unsupported(Json const& line);
 
     Agent::JsonTable& tableOf(Json const& line) const;
     NerioSwitchApi::SwTableProfileConvertor& convertorOf(Json const& line) const;

@@ -22,8 +22,8 @@ void directoryIs(std::filesystem::path const& directory) {
 }
 
 /** The chip of a profile, whose numbers may ask for more registers than memory holds. */
-Belmo::Ptr<NerioSwitchApi::RegisterBus> chipOf(NerioSwitch::ProfileInfo const& profile,
-                                               Switch::Directory const& directory) {
+Belmo::Ptr<Chip::SimulatedChip> chipOf(NerioSwitch::ProfileInfo const& profile,
+                                       Switch::Directory const& directory) {
     try {
         if (directory) return Chip::simulatedChip(profile, (*directory / "chip").string());
         return Chip::simulatedChip(profile);
@@ -65,7 +65,8 @@ void Switch::open() {
     } else {
         shadows = NerioSwitchApi::memoryShadowStore();
     }
-    bus_ = Belmo::make<Chip::RecordingBus>(chipOf(*profile_, directory_));
+    chip_ = chipOf(*profile_, directory_);
+    bus_ = Belmo::make<Chip::RecordingBus>(chip_);
     shadows_ = std::move(shadows);
 }
 
@@ -105,6 +106,19 @@ void Switch::restart(StartMode mode, std::function<void(Agent::JsonTable&)> cons
     }
     tables_ = std::move(tables);
     framework_ = std::move(framework);
+}
+
+Agent::Verification Switch::verify(NerioSwitchApi::SwTable const& table) const {
+    return Agent::verify(
+        table, [this](auto const registers, auto const words) { chip_->readRow(registers, words); });
+}
+
+void Switch::hitIs(Belmo::String const& controlRegister, U32 word) {
+    chip_->hitIs(controlRegister, word);
+}
+
+void Switch::pollHitBits(Belmo::Duration time) {
+    if (framework_) framework_->pollHitBits(time);
 }
 
 std::vector<std::pair<Belmo::String, U32>> Switch::takeWrites() {

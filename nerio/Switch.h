@@ -9,6 +9,7 @@
 #include "NerioSwitchApi/TableFramework.h"
 
 #include "agent/Families.h"
+#include "agent/Verify.h"
 #include "chip/RecordingBus.h"
 #include "chip/SimulatedChip.h"
 
@@ -48,6 +49,13 @@ public:
      */
     void restart(NerioSwitchApi::StartMode mode, std::function<void(Agent::JsonTable&)> const& made);
 
+    /** Holds software, shadow and chip of a table against each other. */
+    Agent::Verification verify(NerioSwitchApi::SwTable const& table) const;
+    /** A packet hit the row that this word in that control register stores; throws as the chip does. */
+    void hitIs(Belmo::String const& controlRegister, U32 word);
+    /** Reads the hit bits of every started table that has them; each hit is one at that time, in seconds. */
+    void pollHitBits(Belmo::Duration time);
+
     /** The register writes since the last call, by path. */
     std::vector<std::pair<Belmo::String, U32>> takeWrites();
     /** Their number alone. */
@@ -65,6 +73,7 @@ private:
 
     Belmo::Ptr<NerioSwitch::ProfileInfo const> profile_;
     Directory directory_;
+    Belmo::Ptr<Chip::SimulatedChip> chip_;
     Belmo::Ptr<Chip::RecordingBus> bus_;
     Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows_;
     std::unique_ptr<NerioSwitchApi::TableFramework> framework_;

@@ -331,6 +331,18 @@ TEST_F(AclHashRowDeathTest, AnItemOfTheOtherPipeModeIsRefused) {
                  "entry->singleAclPipeMode\\(\\) == singleAclPipeMode");
 }
 
+TEST_F(AclHashRowDeathTest, AChipBeforeVersion2HasNoRows) {
+    profile().hwApi = {1, 9};
+    auto const lone = aclHashTableFactory("rules", 0, 0);
+    lone->profileIs(&profile());
+    auto const rows = lone->hashBaseHelperFactory();
+    rows->swTableIs(lone.get());
+    rows->doInit();
+    auto const item = Belmo::make<AclHashTableCuckooEntry>(keyOf(0), true, false);
+    Words words{};
+    EXPECT_DEATH(rows->setHwBuffer(item, {}, reinterpret_cast<U8*>(words.data())), "verMajor >= 2");
+}
+
 TEST_F(AclHashRowDeathTest, AHelperWithoutATableWritesNothing) {
     auto const lone = aclHashHelperFactory(69);
     Words words{};

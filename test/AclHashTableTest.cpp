@@ -333,6 +333,14 @@ TEST_F(AclHashTableTest, TracesWhatItPrograms) {
     EXPECT_THAT(trace.lines()[1], testing::StartsWith("AclHashTable: Removing Entry "));
 }
 
+TEST_F(AclHashTableTest, TracesTheStateInWhichHardwareTablesAreMade) {
+    NerioTest::TraceCapture const trace("NerioTableAclHashes", 8);
+    startTable(0);
+    EXPECT_THAT(trace.lines(), Contains("doCreateHwTables tableState: 0"));
+    restart();
+    EXPECT_THAT(trace.lines(), Contains("doCreateHwTables tableState: 1"));
+}
+
 TEST_F(AclHashTableTest, TracesTheRowThatItWrites) {
     startTable(0);
     NerioTest::TraceCapture const trace("NerioTableAclHashes", 8);

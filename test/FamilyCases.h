@@ -12,18 +12,19 @@
 
 namespace NerioTest {
 
-/** A family as the tests that hold for every family see it. */
+/** A family, or one kind of its tables, as the tests that hold for every family see it. */
 struct FamilyCase {
+    /** The table's name is the case's. */
     Agent::TableSpec spec;
     /** A key that the chip has a place for. Drawn from few, so that operations meet. */
     std::function<Agent::Json(Random&, NerioSwitch::ProfileInfo const&)> randomKey;
-    std::function<Agent::Json(Random&)> randomResult;
+    std::function<Agent::Json(Random&, Agent::Json const& key)> randomResult;
     /** What a warm restart makes of an entry; null where it does not come back. */
     std::function<Agent::Json(Agent::Json const& key, Agent::Json const& result)> comesBack;
 };
 
 inline void PrintTo(FamilyCase const& family, std::ostream* stream) {
-    *stream << family.spec.family;
+    *stream << family.spec.name;
 }
 
 /** A case whose entries come back as they were, but for those that equal the default result. */
@@ -34,13 +35,13 @@ FamilyCase familyCase(Belmo::String const& family, RandomKey randomKey) {
             [randomKey](Random& random, auto const& profile) {
                 return Agent::toJson(randomKey(random, profile));
             },
-            [](Random& random) { return Agent::toJson(randomValue<Result>(random)); },
+            [](Random& random, auto const&) { return Agent::toJson(randomValue<Result>(random)); },
             [](auto const&, auto const& result) {
                 return result == Agent::toJson(Result()) ? Agent::Json() : result;
             }};
 }
 
-/** Every family, a line each. */
+/** Every family, a line each; the tables of a hash family for keys that crowd in few rows. */
 std::vector<FamilyCase> const& familyCases();
 
 }  // namespace NerioTest

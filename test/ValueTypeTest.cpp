@@ -1,3 +1,4 @@
+#include <array>
 #include <bit>
 #include <cmath>
 #include <compare>
@@ -304,6 +305,38 @@ TEST(Text, ReadsMapsInAnyOrderAndRefusesBrokenOnes) {
     EXPECT_EQ(Sorn::text(Map{{1, 2}, {3, 1}}), "{1:2,3:1}");
     for (char const* text : {"", "{", "{1:2", "{1}", "{1:2 3:4}", "{1:2,}", "{,}", "1:2"})
         EXPECT_NE(parseFailure<Map>(text), "") << text;
+}
+
+TEST(Text, ReadsArraysOfTheirLengthAndRefusesOthers) {
+    using Array = std::array<U16, 3>;
+    EXPECT_EQ(Sorn::text(Array{5, 6, 7}), "[5,6,7]");
+    EXPECT_EQ(parsed<Array>("[5,6,7]"), (Array{5, 6, 7}));
+    for (char const* text : {"", "[", "[]", "[5,6]", "[5,6,7", "[5,6,7,8]", "[5 6 7]", "5,6,7"})
+        EXPECT_NE(parseFailure<Array>(text), "") << text;
+}
+
+class Counted {
+    SORN_VALUE_TYPE(SornTest, Counted, (U16, number, 3), (U16, hint, 0));
+
+    /** The hint says nothing of its own, so that keys which differ in it alone may share a hash. */
+    std::array<U64, 1> hashNumbers() const { return {number_}; }
+};
+
+TEST(ValueType, HashesTheNumbersThatItGivesInPlaceOfItsAttributes) {
+    EXPECT_EQ(Counted().hintIs(1).hash(7), Counted().hintIs(2).hash(7));
+    EXPECT_NE(Counted().numberIs(1).hash(7), Counted().numberIs(2).hash(7));
+    EXPECT_NE(Counted().hash(7), Counted().hash(8));
+}
+
+using Numbers = std::array<U8, 2>;
+
+class Row {
+    SORN_VALUE_TYPE(SornTest, Row, (Numbers, numbers, {}));
+};
+
+TEST(ValueType, HashesTheElementsOfAnArrayInTheirOrder) {
+    EXPECT_NE(Row().numbersIs({1, 2}).hash(0), Row().numbersIs({2, 1}).hash(0));
+    EXPECT_EQ(Row().numbersIs({1, 2}).hash(0), Row().numbersIs({1, 2}).hash(0));
 }
 
 TEST(Enum, KnowsItsNamesAndValuesInOrder) {

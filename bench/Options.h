@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+namespace NerioBench {
+
+/** What may be given to nerio_bench beside the options of the benchmark library. */
+struct Options {
+    /** A folder of filter sets to load; without it rules are made in their likeness. */
+    std::string filterSets;
+};
+
+Options& options();
+
+}  // namespace NerioBench
