@@ -52,6 +52,9 @@ public:
     using Ptr = DirectBaseTable::Ptr;
     using PtrConst = DirectBaseTable::PtrConst;
 
+    /** An entry with the default result leaves its row as if there were none. */
+    static constexpr bool defaultIsEmpty = true;
+
     void handleEntry(Key const& key) override {
         if (!this->initialized()) return;
         auto const item = itemOf(key);

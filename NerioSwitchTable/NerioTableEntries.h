@@ -44,13 +44,14 @@ public:
 
     /**
      * Wants `result` at `key`. An equal result has no effect at all. Once the table is up, hardware is in
-     * line when this returns. A key that the chip has no row for is refused with `Belmo::RangeException`
-     * before anything is stored; after a failure of the bus the table keeps the result, and the same call
-     * tries again.
+     * line when this returns. A key that the chip has no row for, or a result that no row can hold, is
+     * refused with `Belmo::RangeException` before anything is stored; after a failure of the bus the table
+     * keeps the result, and the same call tries again.
      */
     void entryIs(Key const& key, Result const& result) {
         auto const* stored = store_->find(key);
         if (stored != nullptr && *stored == result && !unprogrammed(key)) return;
+        checkResult(result);
         if (this->initialized()) checkKey(key);
         store_->put(key, result);
         programAndPublish(key);
@@ -114,6 +115,8 @@ protected:
     /** Throws `Belmo::RangeException` if the chip at hand has no row for the key. Asked once the table is up.
      */
     virtual void checkKey(Key const&) const {}
+    /** Throws `Belmo::RangeException` if no row can hold the result. */
+    virtual void checkResult(Result const&) const {}
 
     /** The keys of all entries, apart from the map, so that a walk over them may change it. */
     std::vector<Key> keys() const {

@@ -12,6 +12,7 @@ namespace {
 
 using NerioSwitch::ProfileInfo;
 constexpr auto acl = NerioSwitch::TableLayoutEnum::tableLayoutAcl;
+constexpr auto l3 = NerioSwitch::TableLayoutEnum::tableLayoutL3;
 
 /** How the words of a control register are read. */
 struct ControlWord {
@@ -32,6 +33,11 @@ constexpr ControlWord aclWordOfOnePipeline{
     .row = {0, 12}, .way = {12, 1}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 4}};
 constexpr ControlWord aclCounterWord{
     .row = {0, 11}, .way = {11, 1}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 3}};
+
+/** A word of a layer 3 processor; memories differ in how many bits their rows take. */
+constexpr ControlWord l3Word(U8 rowBits) {
+    return {.row = {0, rowBits}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 4}};
+}
 
 /** What a memory is beside its control word. */
 struct Shape {
@@ -102,6 +108,22 @@ void addAclProcessor(ProfileInfo const& profile, U32 processor, std::vector<Memo
     memories.push_back(hashMemory(prefix, "counters", aclCounterWord, {5, 2048, 2, 4}));
 }
 
+/** Routes of up to 11 bits: 2048 rows for each VRF, of which 32 have room. Their hit bits lie where those of
+ * the hash stages leave room. */
+MemoryDescription lpm11Memory(ProfileInfo const& profile, Belmo::String const& prefix) {
+    U32 const rows = std::min(profile.numVrfs, 32u) * 2048;
+    auto memory = hashMemory(prefix, "lpm11", l3Word(16), {1, rows, 1, 7});
+    memory.hits = {.memory = prefix + "hits", .bits = {7, 16, 20, 21, 22, 23, 24, 25}, .rowsPerBit = 8192};
+    return memory;
+}
+
+void addL3Processor(ProfileInfo const& profile, U32 processor, std::vector<MemoryDescription>& memories) {
+    auto const prefix = fmt::format("ingress/processor_l3[{}]/", processor);
+    memories.push_back(hashMemory(prefix, "l3Lag", l3Word(6), {2, 56, 1, 9}));
+    if (profile.numVrfs > 0) memories.push_back(lpm11Memory(profile, prefix));
+    memories.push_back(hitMemory(prefix, 4096));
+}
+
 }  // namespace
 
 bool aclProcessorPerPipeline(ProfileInfo const& profile) {
@@ -114,6 +136,8 @@ std::vector<MemoryDescription> chipMemories(ProfileInfo const& profile) {
         addPipeline(pipeline, memories);
     for (U32 processor = 0; processor < processorCount(profile, acl); ++processor)
         addAclProcessor(profile, processor, memories);
+    for (U32 processor = 0; processor < processorCount(profile, l3); ++processor)
+        addL3Processor(profile, processor, memories);
     return memories;
 }
 
