@@ -236,8 +236,8 @@ void printReport(StateFile const& file, Json const& cold, Json const& warm) {
     auto const withoutPlace = entriesWithoutPlace(cold);
     auto const stillWithout = entriesWithoutPlace(warm);
     if (withoutPlace + stillWithout != 0) {
-        fmt::print("\n{} entries found no place; set again after the restart, {} found none\n", withoutPlace,
-                   stillWithout);
+        fmt::print("\nentries without a place: {} after the cold start, {} after the warm restart\n",
+                   withoutPlace, stillWithout);
     }
 }
 

@@ -366,8 +366,9 @@ Json Script::hit(Json const& json) {
 }
 
 Json Script::poll(Json const& json) {
-    auto const time = Agent::fromJson<double>(Agent::requiredMember(json, "time", line), line.member("time"));
-    switch_.pollHitBits(Belmo::Duration(time));
+    auto const time =
+        Agent::fromJson<Belmo::Duration>(Agent::requiredMember(json, "time", line), line.member("time"));
+    switch_.pollHitBits(time);
     return Json::object();
 }
 

@@ -1,4 +1,5 @@
 #include <cstdlib>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -47,6 +48,18 @@ constexpr char const* eightPorts = R"({
                  {"key": {"portId": 2}, "result": {"portMode": 3}}]}]
 })";
 
+/** Keys 17, 81 and 145 have two rows between them. */
+constexpr char const* crowdedRows = R"({
+  "profile": {"numPorts": 8},
+  "tables": [
+    {"family": "portConfig", "name": "a", "entries": [{"key": {"portId": 1}, "result": {}}]},
+    {"family": "hashTest", "name": "crowded",
+     "entries": [{"key": 17, "result": 1}, {"key": 81, "result": 2}, {"key": 145, "result": 3},
+                 {"key": 13, "result": 4}]},
+    {"family": "aclIndirectCounterHash", "name": "a table of a long name", "pipelinePair": 1,
+     "entries": [{"key": 1, "result": 4000}]}]
+})";
+
 class RunCommandTest : public testing::Test {
 protected:
     std::string stateFile(std::string const& text) {
@@ -66,14 +79,35 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "cold start\n"
               "  table            family                  entries     rows  register writes       time\n"
               "  ports            portConfig                   52       52               52 TIME\n"
+              "  acl servers 0    aclHash                       6     8192            40960 TIME\n"
+              "  acl clients 0    aclHash                       4     8192            40960 TIME\n"
+              "  acl pairs 0      aclHash                       4     8192            40960 TIME\n"
+              "  acl vrfs 0       aclHash                       2     8192            40960 TIME\n"
+              "  acl servers 1    aclHash                       6     8192            40960 TIME\n"
+              "  acl clients 1    aclHash                       4     8192            40960 TIME\n"
+              "\n"
+              "hash tables\n"
+              "  table            family              rows in use     rows     fill   moves   no place\n"
+              "  acl servers 0    aclHash                       6     8192   0.07 %       0          0\n"
+              "  acl clients 0    aclHash                       4     8192   0.05 %       0          0\n"
+              "  acl pairs 0      aclHash                       4     8192   0.05 %       0          0\n"
+              "  acl vrfs 0       aclHash                       2     8192   0.02 %       0          0\n"
+              "  acl servers 1    aclHash                       6     8192   0.07 %       0          0\n"
+              "  acl clients 1    aclHash                       4     8192   0.05 %       0          0\n"
               "\n"
               "warm restart, in a second process\n"
               "  table            family          entries adopted     rows  register writes       time\n"
               "  ports            portConfig                   14       52                0 TIME\n"
+              "  acl servers 0    aclHash                       6     8192                0 TIME\n"
+              "  acl clients 0    aclHash                       4     8192                0 TIME\n"
+              "  acl pairs 0      aclHash                       4     8192                0 TIME\n"
+              "  acl vrfs 0       aclHash                       2     8192                0 TIME\n"
+              "  acl servers 1    aclHash                       6     8192                0 TIME\n"
+              "  acl clients 1    aclHash                       4     8192                0 TIME\n"
               "\n"
               "38 entries equal the default, leave no trace in hardware, and were set again, not adopted\n"
               "\n"
-              "software, shadow and chip agree on all 52 rows; the warm restart wrote nothing\n");
+              "software, shadow and chip agree on all 49204 rows; the warm restart wrote nothing\n");
 }
 
 TEST_F(RunCommandTest, ReportsTheSwitchOfAStateFile) {
@@ -91,6 +125,79 @@ TEST_F(RunCommandTest, ReportsTheSwitchOfAStateFile) {
               "  a                portConfig                    2        8                0 TIME\n"
               "\n"
               "software, shadow and chip agree on all 8 rows; the warm restart wrote nothing\n");
+}
+
+TEST_F(RunCommandTest, ReportsHowFullHashTablesAre) {
+    auto const result = runCommand({"run", stateFile(crowdedRows)});
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.status, 0) << "an entry without a place is no disagreement";
+    EXPECT_EQ(
+        withoutTimes(result.output),
+        "demo: 8 ports, 2 pipelines, hardware API 6.2, on an embedded chip\n"
+        "\n"
+        "cold start\n"
+        "  table                  family                          entries     rows  register writes       "
+        "time\n"
+        "  a                      portConfig                            1        8                8 TIME\n"
+        "  crowded                hashTest                              4       32               96 TIME\n"
+        "  a table of a long name aclIndirectCounterHash                1     4096            24576 TIME\n"
+        "\n"
+        "hash tables\n"
+        "  table                  family                      rows in use     rows     fill   moves   no "
+        "place\n"
+        "  crowded                hashTest                              3       16  18.75 %       0          "
+        "1\n"
+        "  a table of a long name aclIndirectCounterHash                1     4096   0.02 %       0          "
+        "0\n"
+        "\n"
+        "warm restart, in a second process\n"
+        "  table                  family                  entries adopted     rows  register writes       "
+        "time\n"
+        "  a                      portConfig                            0        8                0 TIME\n"
+        "  crowded                hashTest                              3       32                0 TIME\n"
+        "  a table of a long name aclIndirectCounterHash                1     4096                0 TIME\n"
+        "\n"
+        "1 entries equal the default, leave no trace in hardware, and were set again, not adopted\n"
+        "\n"
+        "entries without a place: 1 after the cold start, 1 after the warm restart\n"
+        "\n"
+        "software, shadow and chip agree on all 4136 rows; the warm restart wrote nothing\n");
+}
+
+TEST_F(RunCommandTest, ReportsHowFullHashTablesAreAsJson) {
+    auto const result = runCommand({"run", stateFile(crowdedRows), "--json"});
+    EXPECT_EQ(result.status, 0);
+    auto const report = Json::parse(result.output);
+    auto const placement = [&](char const* start) { return report[start][1]["placement"]; };
+    EXPECT_EQ(placement("cold"), Json::parse(R"({"rowsInUse":3,"rows":16,
+        "moves":[3,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0],"failedPlacements":1,"entriesWithoutPlace":1})"));
+    EXPECT_EQ(placement("warm"), Json::parse(R"({"rowsInUse":3,"rows":16,
+        "moves":[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0],"failedPlacements":1,"entriesWithoutPlace":1})"))
+        << "what was adopted was not placed again";
+    EXPECT_EQ(report["warm"][1]["entries"], 3);
+    EXPECT_FALSE(report["cold"][0].contains("placement"));
+    EXPECT_EQ(report["differences"], 0);
+}
+
+TEST_F(RunCommandTest, CountsMovesByTheirHistogram) {
+    Json entries = Json::array();
+    for (U32 number = 1; number <= 30; ++number)
+        entries.push_back({{"key", number << 6 | number % 3 << 3 | number % 4}, {"result", number}});
+    Json const table{{"family", "hashTest"}, {"name", "crowded"}, {"entries", entries}};
+    auto const file = stateFile(Json{{"tables", Json::array({table})}}.dump());
+    auto const report = Json::parse(runCommand({"run", file, "--json"}).output);
+    auto const placement = report["cold"][0]["placement"];
+    EXPECT_EQ(placement["rowsInUse"], 7) << "four rows of table 0 and three of table 1";
+    U64 moves = 0;
+    U64 placed = 0;
+    for (U64 length = 0; length < placement["moves"].size(); ++length) {
+        moves += length * placement["moves"][length].get<U64>();
+        placed += placement["moves"][length].get<U64>();
+    }
+    EXPECT_EQ(placed, 7u);
+    EXPECT_GT(moves, 0u);
+    EXPECT_THAT(runCommand({"run", file}).output,
+                HasSubstr(fmt::format("{:>16} {:>8} {:>8} {:>7} {:>10}\n", 7, 16, "43.75 %", moves, 23)));
 }
 
 TEST_F(RunCommandTest, KeepsTheSwitchInADirectory) {
@@ -134,7 +241,7 @@ TEST_F(RunCommandTest, NamesEachRowThatDoesNotAgree) {
 }
 
 TEST_F(RunCommandTest, ReportsAsJson) {
-    auto const result = runCommand({"run", "--json"});
+    auto const result = runCommand({"run", stateFile(eightPorts), "--json"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, "");
     auto report = Json::parse(result.output);
@@ -143,9 +250,9 @@ TEST_F(RunCommandTest, ReportsAsJson) {
         report[start][0].erase("milliseconds");
     }
     EXPECT_EQ(report, Json::parse(R"({
-        "cold":[{"name":"ports","family":"portConfig","entries":52,"defaultEntries":38,"rows":52,
-                 "registerWrites":52,"differences":[]}],
-        "warm":[{"name":"ports","family":"portConfig","entries":14,"defaultEntries":38,"rows":52,
+        "cold":[{"name":"a","family":"portConfig","entries":2,"defaultEntries":0,"rows":8,
+                 "registerWrites":8,"differences":[]}],
+        "warm":[{"name":"a","family":"portConfig","entries":2,"defaultEntries":0,"rows":8,
                  "registerWrites":0,"differences":[]}],
         "differences":0})"));
 }
@@ -190,6 +297,8 @@ BadState const badStates[] = {
      "/tables/0/entry: unknown member \"entry\"\n"},
     {"DuplicateName", WITH_TABLE(R"({"family":"portConfig","name":"p"},{"family":"portConfig","name":"p"})"),
      "/tables/1/name: name: there is a table \"p\" already\n"},
+    {"NumberTooLargeForItsFamily", WITH_TABLE(R"({"family":"aclHash","name":"p","pipeline":256})"),
+     "/tables/0/pipeline: pipeline 256 > 255 not allowed\n"},
     {"EntriesNoArray", WITH_TABLE(R"({"family":"portConfig","name":"p","entries":{}})"),
      "/tables/0/entries: entries: expected an array, found an object\n"},
     {"EntryNoObject", WITH_ENTRY("[]"), "/tables/0/entries/0: 0: expected an object, found an array\n"},

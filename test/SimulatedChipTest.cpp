@@ -161,6 +161,40 @@ TEST_F(SimulatedChip, BothStrobesStore) {
     EXPECT_THAT(chip->indirectMemory("l3Lag[0]").row(5), ElementsAre(1, 2));
 }
 
+TEST_F(SimulatedChip, ReadsTheRowThatAControlWordStores) {
+    auto const handles = rowOf(l3LagMemory());
+    U32 const seven[] = {70, 71, 9u << 18 | 1u << 17 | 7};
+    U32 const eight[] = {80, 81, 9u << 18 | 1u << 17 | 8};
+    chip->writeRow(handles, seven);
+    chip->writeRow(handles, eight);
+    auto const read = [&](U32 control) {
+        std::vector<U32> words{1, 2, control};
+        chip->readRow(handles, words);
+        return words;
+    };
+    EXPECT_THAT(read(seven[2]), ElementsAre(70, 71, seven[2]));
+    EXPECT_THAT(read(eight[2]), ElementsAre(80, 81, eight[2]));
+    EXPECT_THAT(read(9u << 18 | 1u << 17 | 9), ElementsAre(0, 0, 9u << 18 | 1u << 17 | 9));
+    EXPECT_THAT(read(10u << 18 | 1u << 17 | 7), ElementsAre(0, 0, 10u << 18 | 1u << 17 | 7))
+        << "the same row of another memory";
+    EXPECT_THROW(read(9u << 18 | 1u << 17 | 63), BusException);
+}
+
+TEST_F(SimulatedChip, ReadsTheRegistersOfARowThatNoControlWordStores) {
+    auto const handles = rowOf(l3LagMemory());
+    U32 const seven[] = {70, 71, 9u << 18 | 1u << 17 | 7};
+    chip->writeRow(handles, seven);
+    std::vector<U32> words{1, 2, 9u << 18 | 7};
+    chip->readRow(handles, words);
+    EXPECT_THAT(words, ElementsAre(70, 71, seven[2])) << "without a strobe";
+    std::vector<U32> alone{5};
+    chip->readRow(std::vector{chip->address("egress/port[3]/vlan_cfg")}, alone);
+    EXPECT_THAT(alone, ElementsAre(0));
+    std::vector<U32> more{5, 6};
+    chip->readRow(std::vector{RegisterHandle()}, more);
+    EXPECT_THAT(more, ElementsAre(5, 6)) << "words without a register stay";
+}
+
 TEST_F(SimulatedChip, RefusesAMemoryItDoesNotHave) {
     EXPECT_THROW(chip->indirectMemory("acl[9]"), Belmo::RangeException);
 }

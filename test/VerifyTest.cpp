@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "NerioSwitchTable/NerioTableHashTest.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
 #include "SwitchFixture.h"
 #include "agent/Verify.h"
@@ -111,6 +112,59 @@ TEST_F(VerifyTest, NamesEveryRowThatDiffers) {
     ASSERT_EQ(found.differences.size(), 2u);
     EXPECT_EQ(found.differences[0].row, 3u);
     EXPECT_EQ(found.differences[1].row, 40u);
+}
+
+/** A table whose rows lie in memories behind shared registers. */
+class VerifyMemoryTest : public NerioTest::TableFixture<HashTestTable> {
+protected:
+    VerifyMemoryTest() : TableFixture([] { return hashTestTableFactory("h"); }) {
+        start();
+        table().entryIs(0x0D, 77);
+        table().entryIs(0x15, 78);
+    }
+    Agent::Verification verify() {
+        return Agent::verify(table(),
+                             [this](auto registers, auto words) { chip().readRow(registers, words); });
+    }
+    void writeChip(char const* name, U32 word) {
+        chip().write(chip().address(std::string("pipeline[1]/processor/") + name), word);
+    }
+};
+
+TEST_F(VerifyMemoryTest, FindsNothingInAHealthyTable) {
+    holdsAcrossRestart([&] {
+        auto const found = verify();
+        EXPECT_EQ(found.rows, 2u * 16);
+        EXPECT_TRUE(found.differences.empty());
+    });
+}
+
+TEST_F(VerifyMemoryTest, FindsARowThatTheMemoryHoldsOtherwise) {
+    writeChip("hash_data0", 0x0D);
+    writeChip("hash_data1", 79);
+    writeChip("hash_ctl", 0x8005);
+    auto const found = verify();
+    ASSERT_EQ(found.differences.size(), 1u);
+    EXPECT_EQ(found.differences[0].hwTable, "h/demo/HashTest/1");
+    EXPECT_EQ(found.differences[0].row, 5u);
+    EXPECT_EQ(found.differences[0].text, "word 1: the shadow holds 0x0000004D, the chip 0x0000004F");
+    EXPECT_TRUE(Agent::verify(table()).differences.empty()) << "nobody looks into the memory";
+}
+
+TEST_F(VerifyMemoryTest, ComparesControlWordsWithTheSoftwareAlone) {
+    U32 const elsewhere[] = {0, 0, 0x8004};
+    shadow().store(3, elsewhere);
+    auto const found = verify();
+    ASSERT_EQ(found.differences.size(), 1u);
+    EXPECT_EQ(found.differences[0].row, 3u);
+    EXPECT_EQ(found.differences[0].text, "word 2: software wants 0x00008003, the shadow holds 0x00008004");
+}
+
+TEST_F(VerifyMemoryTest, ARowThatCannotBeReadDiffers) {
+    auto const found =
+        Agent::verify(table(), [](auto, auto) { throw NerioSwitchApi::BusException("no answer"); });
+    ASSERT_EQ(found.differences.size(), 2u * 16);
+    EXPECT_EQ(found.differences[31].text, "no answer");
 }
 
 }  // namespace
