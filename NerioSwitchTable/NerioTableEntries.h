@@ -51,7 +51,7 @@ public:
     void entryIs(Key const& key, Result const& result) {
         auto const* stored = store_->find(key);
         if (stored != nullptr && *stored == result && !unprogrammed(key)) return;
-        checkResult(result);
+        checkEntry(key, result);
         if (this->initialized()) checkKey(key);
         store_->put(key, result);
         programAndPublish(key);
@@ -115,8 +115,8 @@ protected:
     /** Throws `Belmo::RangeException` if the chip at hand has no row for the key. Asked once the table is up.
      */
     virtual void checkKey(Key const&) const {}
-    /** Throws `Belmo::RangeException` if no row can hold the result. */
-    virtual void checkResult(Result const&) const {}
+    /** Throws `Belmo::RangeException` for an entry that no chip's rows can carry; asked of every new one. */
+    virtual void checkEntry(Key const&, Result const&) const {}
 
     /** The keys of all entries, apart from the map, so that a walk over them may change it. */
     std::vector<Key> keys() const {

@@ -90,7 +90,7 @@ public:
     std::size_t cachedItems() const { return this->store().items(); }
 
     /** The key's item, made if it is missing; or, not cached, a new one that no map remembers. */
-    Belmo::Ptr<Item> createHashEntry(Key const& key, bool cached) {
+    virtual Belmo::Ptr<Item> createHashEntry(Key const& key, bool cached) {
         return cached ? this->store().itemIs(key) : newItem(key);
     }
 
@@ -154,7 +154,12 @@ public:
         this->hwInconsistentEntryDel(cast(item).key());
         return true;
     }
-    void hashItemDelFromHashItem(PtrConst const& item) override { cachedItemDel(cast(item).key()); }
+    /** An item that is not cached, such as one decoded from an empty row, ends alone: its key may be
+     * another's.
+     */
+    void hashItemDelFromHashItem(PtrConst const& item) override {
+        if (cachedItem(cast(item).key()) == item) cachedItemDel(cast(item).key());
+    }
 
     void lastHitByHashItemIs(Belmo::Ptr<HashItem const> const& hit, Belmo::Duration time) override {
         auto const item = cachedItem(static_cast<Item const&>(*hit).key());

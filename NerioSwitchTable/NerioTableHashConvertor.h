@@ -1,5 +1,7 @@
 #pragma once
 
+#include <initializer_list>
+
 #include "NerioSwitchApi/HashTable.h"
 
 #include "NerioSwitchTable/Export.h"
@@ -19,7 +21,16 @@ protected:
      * software table, and there must be rows.
      */
     void createHashHwTable(NerioSwitchApi::TableState state, TableIndex tableIndex, U32 number,
-                       Belmo::Ptr<NerioSwitchApi::HwAddressColl const> const& registers);
+                           Belmo::Ptr<NerioSwitchApi::HwAddressColl const> const& registers);
+
+    /**
+     * Makes hardware table `copy`, one of several copies that have registers of these names behind a prefix
+     * of their own, and the table of its hit bits, whose first bit is `hitBitOffset`. The names of both say
+     * the first software table and `tableIndex`.
+     */
+    void createHashCopy(NerioSwitchApi::HwTableId copy, NerioSwitchApi::TableState state,
+                        TableIndex tableIndex, Belmo::String const& prefix,
+                        std::initializer_list<char const*> registers, U32 hitBitOffset);
 };
 
 }  // namespace NerioSwitchTable

@@ -1,6 +1,7 @@
 #include "NerioSwitchTable/NerioTableHashHelper.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "Belmo/Assert.h"
 
@@ -23,6 +24,19 @@ std::array<U32, NerioSwitchApi::maxEntryWords> NerioTableHashHelper::storedWords
     auto const stored = convertor()->hwTable(0)->storedEntry(index);
     if (stored) std::copy(stored->words().begin(), stored->words().end(), words.begin());
     return words;
+}
+
+bool NerioTableHashHelper::copiesDiffer(NerioSwitchApi::HwIndex index) const {
+    auto const first = storedWords(index);
+    auto const count = convertor()->entryWords();
+    auto const& tables = convertor()->hwTables();
+    return std::any_of(std::next(tables.begin()), tables.end(), [&](auto const& member) {
+        auto const copy = member.second->storedEntry(index);
+        for (U8 word = 0; word < count; ++word) {
+            if (!copy || copy->data(word) != first[word]) return true;
+        }
+        return false;
+    });
 }
 
 }  // namespace NerioSwitchTable

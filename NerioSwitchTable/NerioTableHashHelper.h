@@ -27,6 +27,9 @@ protected:
     /** The words of a row as the shadow of hardware table 0 holds it; zeros where it does not. */
     std::array<U32, NerioSwitchApi::maxEntryWords> storedWords(NerioSwitchApi::HwIndex index) const;
 
+    /** Whether the shadow of some copy holds other words in the row, or lacks it. */
+    bool copiesDiffer(NerioSwitchApi::HwIndex index) const;
+
 private:
     TableIndex tableIdx_;
 };

@@ -1,16 +1,13 @@
 #include "NerioSwitchTable/NerioTableHashTest.h"
 
-#include <algorithm>
-
 #include "Sorn/Format.h"
 
 #include "NerioSwitchTable/BitField.h"
-#include "NerioSwitchTable/NerioHitBitUtil.h"
+#include "NerioSwitchTable/NerioTableHashConvertor.h"
 
 namespace NerioSwitchTable {
 
 using NerioSwitchApi::HwIndex;
-using NerioSwitchApi::SwTable;
 
 namespace {
 
@@ -73,28 +70,16 @@ public:
         item->resultIs(stored->data(HashTestRow::resultWord));
         item->validIs(stored->data(HashTestRow::resultWord) != 0);
         SORN_TRACE(handle, 7, "Decoded entry is {}", item->toStrep());
-        if (copiesDiffer(index, *stored)) testTable().hwInconsistentEntryIs(item->key(), true);
+        if (copiesDiffer(index)) testTable().hwInconsistentEntryIs(item->key(), true);
         return item;
     }
 
 private:
     HashTestTable& testTable() const { return static_cast<HashTestTable&>(*swTable()); }
-
-    bool copiesDiffer(HwIndex index, NerioSwitchApi::HwEntryConfig const& first) const {
-        auto const& tables = convertor()->hwTables();
-        return std::any_of(tables.begin(), tables.end(), [&](auto const& member) {
-            auto const copy = member.second->storedEntry(index).value_or(
-                NerioSwitchApi::HwEntryConfig(NerioSwitchApi::HwEntryConfig::noIndex));
-            for (U8 word = 0; word < geometry.entryWords; ++word) {
-                if (copy.data(word) != first.data(word)) return true;
-            }
-            return false;
-        });
-    }
 };
 
 /** One hardware table for each pipeline, all of them copies. */
-class HashConvertorTestTable final : public NerioSwitchApi::PhysicalHashTableConvertor {
+class HashConvertorTestTable final : public NerioTableHashConvertor {
 public:
     HashConvertorTestTable() {
         strobeBitsAre(15, 16);
@@ -105,16 +90,8 @@ public:
 
     void doCreateHwTables(NerioSwitchApi::TableState state) override {
         for (U32 pipeline = 0; pipeline < profile()->numPipelines; ++pipeline) {
-            auto const name = SwTable::hwTableName(swTable(0)->name(), profile()->profileName(),
-                                                   TableConstants::tableName(tableIndex), pipeline);
-            auto const prefix = Sorn::_fmt("pipeline[%u]/processor/", pipeline);
-            auto const registers =
-                NerioSwitchApi::addressesOf(prefix, {"hash_data0", "hash_data1", "hash_ctl"});
-            HwIndex const lastRow = tableSize() * numHashTables() - 1;
-            createHwTable(pipeline, state, 0, lastRow,
-                          Belmo::make<NerioSwitchApi::HwTableRegisterMappingConst>(name, registers));
-            createHitBitTable(pipeline, state, 0, lastRow, name,
-                              getHitBitMapping(prefix, tableSize(), numHashTables(), 0));
+            createHashCopy(pipeline, state, tableIndex, Sorn::_fmt("pipeline[%u]/processor/", pipeline),
+                           {"hash_data0", "hash_data1", "hash_ctl"}, 0);
         }
     }
 };

@@ -85,7 +85,7 @@ Sorn::TraceHandle const& Lpm11Table::trace() const {
     return handle;
 }
 
-void Lpm11Table::checkResult(Lpm11Result const& result) const {
+void Lpm11Table::checkEntry(LpmKey const& /*key*/, Lpm11Result const& result) const {
     result.cellResult().hwEncoding(true, keyBits, {});
 }
 

@@ -113,7 +113,7 @@ public:
 
 protected:
     char const* className() const override { return "Lpm11Table"; }
-    void checkResult(Lpm11Result const& result) const override;
+    void checkEntry(NerioSwitch::LpmKey const& key, Lpm11Result const& result) const override;
 };
 
 /** Writes the rows of each L3 processor, and takes their hits. */

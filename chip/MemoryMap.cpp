@@ -38,6 +38,8 @@ constexpr ControlWord aclCounterWord{
 constexpr ControlWord l3Word(U8 rowBits) {
     return {.row = {0, rowBits}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 4}};
 }
+constexpr ControlWord lpmWord{
+    .row = {0, 12}, .way = {14, 2}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 4}};
 
 /** What a memory is beside its control word. */
 struct Shape {
@@ -108,6 +110,17 @@ void addAclProcessor(ProfileInfo const& profile, U32 processor, std::vector<Memo
     memories.push_back(hashMemory(prefix, "counters", aclCounterWord, {5, 2048, 2, 4}));
 }
 
+/** A stage of the route look-up that hashes. Its number selects it, and is the first bit of its hits. */
+struct LpmMemory {
+    char const* name;
+    U32 number;
+    U32 rowsPerWay;
+};
+
+constexpr LpmMemory lpmMemories[] = {{"lpm32", 0, 4096}, {"lpm29", 1, 4096}, {"lpm26", 2, 4096},
+                                     {"lpm23", 3, 1024}, {"lpm20", 4, 1024}, {"lpm17", 5, 1024},
+                                     {"lpm14", 6, 1024}};
+
 /** Routes of up to 11 bits: 2048 rows for each VRF, of which 32 have room. Their hit bits lie where those of
  * the hash stages leave room. */
 MemoryDescription lpm11Memory(ProfileInfo const& profile, Belmo::String const& prefix) {
@@ -119,8 +132,12 @@ MemoryDescription lpm11Memory(ProfileInfo const& profile, Belmo::String const& p
 
 void addL3Processor(ProfileInfo const& profile, U32 processor, std::vector<MemoryDescription>& memories) {
     auto const prefix = fmt::format("ingress/processor_l3[{}]/", processor);
-    memories.push_back(hashMemory(prefix, "l3Lag", l3Word(6), {2, 56, 1, 9}));
+    for (auto const& stage : lpmMemories) {
+        Shape const shape{4, stage.rowsPerWay, 2, stage.number};
+        memories.push_back(withHits(hashMemory(prefix, stage.name, lpmWord, shape), prefix, stage.number));
+    }
     if (profile.numVrfs > 0) memories.push_back(lpm11Memory(profile, prefix));
+    memories.push_back(hashMemory(prefix, "l3Lag", l3Word(6), {2, 56, 1, 9}));
     memories.push_back(hitMemory(prefix, 4096));
 }
 

@@ -63,6 +63,9 @@ TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
         expected.insert(fmt::format("ingress/processor_acl[{}]/counters", i));
         for (auto const* table : {"table0", "table1", "table2", "table5"})
             expected.insert(fmt::format("ingress/processor_acl[{0}]/{1}/pipeline{0}", i, table));
+        for (auto const* name :
+             {"l3Lag", "lpm11", "lpm14", "lpm17", "lpm20", "lpm23", "lpm26", "lpm29", "lpm32", "hits"})
+            expected.insert(fmt::format("ingress/processor_l3[{}]/{}", i, name));
     }
     EXPECT_EQ(names(), expected);
     make();
@@ -162,6 +165,89 @@ TEST_F(MemoryMap, AclRowsAreReadByBitSeventeen) {
     chip->write(chip->address("ingress/processor_acl[0]/hash_ctl"), 1u << 17 | 2u << 13 | 7);
     EXPECT_EQ(chip->read(chip->address("ingress/processor_acl[0]/hash_data2")), 3u);
     EXPECT_EQ(rowsInUse(), 1u);
+}
+
+/** A stage of the route look-up: what selects it, and its rows per way. */
+struct LpmStageMemory {
+    char const* name;
+    U32 number;
+    U32 rowsPerWay;
+};
+constexpr LpmStageMemory lpmStageMemories[] = {{"lpm32", 0, 4096}, {"lpm29", 1, 4096}, {"lpm26", 2, 4096},
+                                               {"lpm23", 3, 1024}, {"lpm20", 4, 1024}, {"lpm17", 5, 1024},
+                                               {"lpm14", 6, 1024}};
+
+TEST_F(MemoryMap, RouteStagesAreSelectedByBitsEighteenAndUpAndWrittenByBitSeventeen) {
+    make();
+    Belmo::String const prefix = "ingress/processor_l3[1]/";
+    U32 rows = 0;
+    for (auto const& stage : lpmStageMemories) {
+        SCOPED_TRACE(stage.name);
+        U32 const last = stage.rowsPerWay - 1;
+        store(prefix, 4, 1u << 17 | stage.number << 18 | 1u << 14 | last);
+        EXPECT_THAT(row(prefix + stage.name, 2 * stage.rowsPerWay - 1), ElementsAre(1, 2, 3, 4));
+        EXPECT_EQ(rowsInUse(), ++rows);
+        store(prefix, 4, 1u << 16 | stage.number << 18 | 5);
+        store(prefix, 4, stage.number << 18 | 5);
+        EXPECT_EQ(rowsInUse(), rows) << "only bit 17 stores";
+        EXPECT_THROW(store(prefix, 4, 1u << 17 | stage.number << 18 | 2u << 14), BusException) << "two ways";
+        if (last < 0xFFF) {
+            EXPECT_THROW(store(prefix, 4, 1u << 17 | stage.number << 18 | (last + 1)), BusException);
+        }
+    }
+}
+
+TEST_F(MemoryMap, HitsOfRouteStagesStandInOneMemoryByTheStagesNumber) {
+    make();
+    Belmo::String const prefix = "ingress/processor_l3[0]/";
+    auto const bitsOf = [&](U32 read) {
+        chip->write(chip->address(prefix + "hash_ctl"), 0x2D0000 + read);
+        std::vector<U32> bits;
+        for (U32 bit = 0; bit < 96; ++bit) {
+            auto const word = chip->read(chip->address(prefix + "hash_data" + std::to_string(bit / 32)));
+            if ((word >> bit % 32 & 1) != 0) bits.push_back(bit);
+        }
+        return bits;
+    };
+    for (auto const& stage : lpmStageMemories) {
+        SCOPED_TRACE(stage.name);
+        U32 const last = stage.rowsPerWay - 1;
+        U32 const strobe = 1u << 17 | stage.number << 18;
+        chip->hitIs(prefix + "hash_ctl", strobe | last);
+        EXPECT_THAT(bitsOf(last / 2), ElementsAre(stage.number + 36));
+        chip->hitIs(prefix + "hash_ctl", strobe | 1u << 14 | 6);
+        EXPECT_THAT(bitsOf(3), ElementsAre(stage.number + 9));
+    }
+    EXPECT_THAT(bitsOf(4095), ElementsAre()) << "the longest of all tables has 4096 pairs of rows";
+    EXPECT_EQ(rowsInUse(), 0u);
+}
+
+TEST_F(MemoryMap, ThePortSetsOfL3LagsHave56RowsOfTwoWords) {
+    make();
+    Belmo::String const prefix = "ingress/processor_l3[1]/";
+    store(prefix, 2, 1u << 17 | 9u << 18 | 55);
+    EXPECT_THAT(row(prefix + "l3Lag", 55), ElementsAre(1, 2));
+    store(prefix, 2, 1u << 16 | 9u << 18 | 5);
+    EXPECT_EQ(rowsInUse(), 1u);
+    EXPECT_THROW(store(prefix, 2, 1u << 17 | 9u << 18 | 56), BusException);
+}
+
+TEST_F(MemoryMap, TheDirectStageHas2048RowsOfOneWordForEachVrf) {
+    Belmo::String const prefix = "ingress/processor_l3[1]/";
+    for (U32 const vrfs : {1u, 4u, 8u, 32u}) {
+        SCOPED_TRACE(vrfs);
+        profile->numVrfs = vrfs;
+        make();
+        U32 const last = vrfs * 2048 - 1;
+        store(prefix, 1, 1u << 17 | 7u << 18 | last);
+        EXPECT_THAT(row(prefix + "lpm11", last), ElementsAre(1));
+        EXPECT_EQ(rowsInUse(), 1u);
+        if (vrfs < 32) {
+            EXPECT_THROW(store(prefix, 1, 1u << 17 | 7u << 18 | (last + 1)), BusException);
+        }
+    }
+    profile->numVrfs = 0;
+    EXPECT_THAT(names(), Not(Contains(prefix + "lpm11")));
 }
 
 }  // namespace
