@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "Belmo/Assert.h"
+
 namespace NerioSwitchTable {
 
 using NerioSwitchApi::HwEntryConfig;
@@ -34,7 +36,7 @@ void DirectBaseTable::doCreateHwTable() {
     doInitDirectTable();
 }
 
-void DirectBaseTable::handleDirectEntry(PtrConst const& item, U32 /*entries*/) {
+void DirectBaseTable::handleDirectEntry(PtrConst const& item, U32 /*entries*/) const {
     // Rows are counted by what they hold, since tables may divide them among several counters.
     if (auto* const convertor = directConvertor()) convertor->handleDirectEntry(item);
 }
@@ -116,6 +118,7 @@ bool DirectBaseConvertor::copiesDiffer(HwIndex index, RowWords const& first) con
 
 DirectBaseConvertor::Ptr DirectBaseConvertor::wantedItem(HwIndex index) const {
     auto item = nullDirectEntry(index);
+    BELMO_ASSERT(item);
     item->validIs(swTable().entryHasByDirectItem(item));
     if (item->valid()) swTable().updateDirectItem(item);
     return item;

@@ -82,7 +82,7 @@ protected:
      * Programs the item's row in every copy: what the item says, or the null entry for one that is not valid.
      * `entries` is how many the table holds now.
      */
-    void handleDirectEntry(PtrConst const& item, U32 entries);
+    void handleDirectEntry(PtrConst const& item, U32 entries) const;
 };
 
 /** What a direct family's rows are like, whatever their fields. */
