@@ -450,7 +450,7 @@ AclRowLayout const& AclRowLayouts::ofCombination(HwAclCombinationId combination)
 }
 
 AclRowLayout const& AclRowLayouts::ofPhysTable(U8 physTableIdx) const {
-    auto const found = std::find_if(tables_.begin(), tables_.end(), [&](AclRowLayout const& layout) {
+    auto const* const found = std::find_if(tables_.begin(), tables_.end(), [&](AclRowLayout const& layout) {
         return layout.key.physTableIdx == physTableIdx;
     });
     BELMO_ASSERT_TEXT(found != tables_.end(),

@@ -30,8 +30,8 @@ public:
         }
         auto const item = this->keyed().createHashEntry(typedKey, false);
         Json hashes = Json::array();
-        for (U8 way = 0; way < convertor()->numHashTables(); ++way)
-            hashes.push_back(item->getHash(way));
+        for (U32 way = 0; way < convertor()->numHashTables(); ++way)
+            hashes.push_back(item->getHash(static_cast<U8>(way)));
         auto const input = item->hashInput();
         Belmo::String bytes;
         for (std::size_t i = 0; i * 8 < input.bits; ++i)

@@ -13,7 +13,6 @@ using NerioSwitch::AclHashKey;
 using NerioSwitch::AclHashResult;
 using NerioTest::bitsOf;
 using NerioTest::packed;
-using NerioTest::PackedBits;
 using NerioTest::prefixOf;
 using NerioTest::resultOf;
 using NerioTest::ruleOf;

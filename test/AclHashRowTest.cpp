@@ -105,7 +105,7 @@ protected:
         auto words = packed(8, fields);
         U32 const ones = onesIn(words, physTableIdx == 2 ? 4 : 3);
         fields.push_back({place.behindKey + parityBit, 1, ones % 2});
-        fields.push_back({6 * 32, implied, key[0] & ((1u << implied) - 1)});
+        fields.push_back({192, implied, key[0] & ((1u << implied) - 1)});
         for (auto const& bits : controlBits(physTableIdx))
             fields.push_back(bits);
         return packed(8, fields);
@@ -192,9 +192,9 @@ TEST_P(AclHashRowTest, BitsThatAreNotWrittenStayAndCountForParity) {
         auto const rowBits = single() ? 12u : 11u;
         // Which bits of a row are written, with a range and without.
         for (bool const range : {false, true}) {
-            Bits written{{0, base, 0}, {6 * 32, rowBits, 0}, {4 * 32, 12, 0}, {4 * 32 + 13, 4, 0}};
-            written.push_back({4 * 32 + 18, 1, 0});
-            if (single()) written.push_back({4 * 32 + 12, 1, 0});
+            Bits written{{0, base, 0}, {192, rowBits, 0}, {128, 12, 0}, {141, 4, 0}};
+            written.push_back({146, 1, 0});
+            if (single()) written.push_back({140, 1, 0});
             Bits const rules = physTableIdx == 5 ? Bits{{base, version() == 2 ? 10u : 9u, 0}}
                                : version() <= 3  ? Bits{{base, 23, 0}, {base + 24, 1, 0}}
                                : range           ? Bits{{base, 6, 0}, {base + 19, 22, 0}, {base + 41, 1, 0}}

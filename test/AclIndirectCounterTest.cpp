@@ -17,8 +17,6 @@ using namespace NerioSwitchTable;
 using NerioTest::packed;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Pair;
 using testing::SizeIs;
 

@@ -9,6 +9,7 @@
 #include "NerioSwitchTable/NerioTableL3Lag.h"
 #include "NerioSwitchTable/NerioTableLpm11.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
+#include "RandomAcl.h"
 
 namespace NerioTest {
 
@@ -86,55 +87,20 @@ FamilyCase aclCounterCase() {
             [](auto const&, auto const& result) { return Json(result.template get<U32>() & 0xFFF); }};
 }
 
-/** What distinguishes the keys of a physical table of the ACL. */
-struct AclTable {
-    U8 index;
-    U8 firstCombination;
-    U8 combinations;
-    bool firstPrefix;
-    bool secondPrefix;
-    bool vrf = false;
-};
-constexpr std::array aclTables{AclTable{0, 0, 7, false, true}, AclTable{1, 7, 4, true, false},
-                               AclTable{2, 11, 4, true, true}, AclTable{5, 15, 3, true, true, true}};
-
-/** Keys that differ in the last bits of an address alone; a third of them belong to rules with a port range.
- */
-AclHashKey numberedAclKey(AclTable const& table, U16 number) {
+/** Keys of a physical table that differ in the last bits of an address alone; a third of those that can
+ * belong to rules with a port range. */
+AclHashKey numberedAclKey(U8 physTableIdx, U16 number) {
     Lanvo::Prefix const varying(Lanvo::IpAddr::fromHostOrder(0x0A010000u | number), 32);
     AclHashKey key;
-    key.combinationIs(table.firstCombination + 1).aclIdIs(table.vrf ? 0 : 3);
-    table.firstPrefix ? key.firstPrefixIs(varying) : key.secondPrefixIs(varying);
-    if (table.vrf) return key.vrfIdIs(2).keyFlagIs(true);
+    key.combinationIs(AclCombinations::of(physTableIdx).first + 1);
+    physTableIdx == 0 ? key.secondPrefixIs(varying) : key.firstPrefixIs(varying);
+    if (physTableIdx == 5) return key.aclIdIs(0).vrfIdIs(2).keyFlagIs(true);
     if (number % 3 == 0) key.rangeIdIs(number % 8);
-    return key.protocolIs(1).portIs(443);
-}
-
-Lanvo::Prefix randomPrefix(Random& random) {
-    auto const length = static_cast<U8>(1 + below(random, 32));
-    U32 const address = static_cast<U32>(random()) | 0x80000000u;
-    return {Lanvo::IpAddr::fromHostOrder(address & Lanvo::Prefix::mask(length)), length};
-}
-
-/** Any key that the table can hold, with what its combination does not look at at its default. */
-AclHashKey randomAclKey(Random& random, AclTable const& table) {
-    AclHashKey key;
-    key.combinationIs(table.firstCombination + below(random, table.combinations));
-    if (table.firstPrefix) key.firstPrefixIs(randomPrefix(random));
-    if (table.secondPrefix && (!table.firstPrefix || below(random, 2) != 0))
-        key.secondPrefixIs(randomPrefix(random));
-    if (table.vrf) return key.aclIdIs(0).vrfIdIs(below(random, 8)).keyFlagIs(below(random, 2) != 0);
-    key.aclIdIs(static_cast<U8>(below(random, 16))).portIs(static_cast<U16>(below(random, 0xFFFF)));
-    auto const combination = key.combination().value();
-    auto const kind = combination & 0xF3;
-    if (below(random, 3) == 0) key.portIs(0).portIsZeroIs((kind == 1 || kind == 2) && below(random, 2) != 0);
-    bool const anyProtocol = combination == 3 || combination == 7 || combination == 11;
-    if (!anyProtocol) key.protocolIs(1 + below(random, 15));
-    return key;
+    return key.aclIdIs(3).protocolIs(1).portIs(443);
 }
 
 /** The key carries the range of its rule, and a rule has a priority: these read back as they were. */
-Json randomAclResult(Random& random, Json const& key) {
+Json randomResultOfAclKey(Random& random, Json const& key) {
     AclHashResult result;
     for (auto const chain : {U8{0}, U8{1}}) {
         auto rule = randomValue<NerioSwitch::HwAclRule>(random);
@@ -144,26 +110,32 @@ Json randomAclResult(Random& random, Json const& key) {
 }
 
 /** Version 6 stores the rule of chain 0 alone, and in physical table 5 nothing of it but the priority. */
-Json aclResultFromHardware(AclTable const& table, Json const& result) {
+Json aclResultFromHardware(U8 physTableIdx, Json const& result) {
     auto back = Agent::fromJson<AclHashResult>(result, Agent::Place());
     back.ruleIs(1, NerioSwitch::HwAclRule());
-    if (table.vrf)
+    if (physTableIdx == 5)
         back.ruleIs(0, NerioSwitch::HwAclRule().priorityIs(back.rule(0).priority()).ruleFlagIs(true));
     return Agent::toJson(back);
 }
 
-FamilyCase aclCase(AclTable const& table) {
+/** Crowded keys, and some that are anything that the default preset's chip can hold. */
+FamilyCase aclCase(U8 physTableIdx) {
+    auto const numbers = crowdedNumbersOf([physTableIdx](U16 number) {
+        return AclHashTableCuckooEntry(numberedAclKey(physTableIdx, number), true, true);
+    });
     std::vector<Json> keys;
-    for (U16 const number : crowdedNumbersOf(
-             [&](U16 each) { return AclHashTableCuckooEntry(numberedAclKey(table, each), true, true); }))
-        keys.push_back(Agent::toJson(numberedAclKey(table, number)));
-    Random choice(table.index);
+    keys.reserve(numbers.size());
+    for (U16 const number : numbers)
+        keys.push_back(Agent::toJson(numberedAclKey(physTableIdx, number)));
+    Random choice(physTableIdx);
     for (int i = 0; i < 6; ++i)
-        keys.push_back(Agent::toJson(randomAclKey(choice, table)));
-    return {{"aclHash", "aclHashTable" + std::to_string(table.index), {{"physTableIdx", table.index}}},
+        keys.push_back(Agent::toJson(randomAclKey(choice, physTableIdx, 6)));
+    return {{"aclHash", "aclHashTable" + std::to_string(physTableIdx), {{"physTableIdx", physTableIdx}}},
             [keys](Random& random, auto const&) { return keys[below(random, keys.size())]; },
-            randomAclResult,
-            [table](auto const&, auto const& result) { return aclResultFromHardware(table, result); }};
+            randomResultOfAclKey,
+            [physTableIdx](auto const&, auto const& result) {
+                return aclResultFromHardware(physTableIdx, result);
+            }};
 }
 
 /** A row holds mask lengths below 12; this version the first one only. Keys of all VRFs, a few of each. */
@@ -202,8 +174,8 @@ std::vector<FamilyCase> allCases() {
         hashTestCase(),
         aclCounterCase(),
     };
-    for (auto const& table : aclTables)
-        cases.push_back(aclCase(table));
+    for (auto const physTableIdx : {U8{0}, U8{1}, U8{2}, U8{5}})
+        cases.push_back(aclCase(physTableIdx));
     return cases;
 }
 

@@ -45,7 +45,7 @@ protected:
 TEST_F(ScriptHashTest, StatusTellsWhichEntriesFoundAPlace) {
     EXPECT_EQ(status(), Json::array());
     start();
-    for (U32 const key : {0x51, 0x11, 0x91})  // rows 1 and 2, all of them
+    for (U32 const key : {0x51u, 0x11u, 0x91u})  // rows 1 and 2, all of them
         entryIs(key, 7);
     EXPECT_EQ(status(), R"([{"key":17,"status":0,"lastHit":null},{"key":81,"status":0,"lastHit":null},
                             {"key":145,"status":1,"lastHit":null}])"_json_text);
@@ -59,7 +59,7 @@ TEST_F(ScriptHashTest, StatusTellsWhichEntriesFoundAPlace) {
 
 TEST_F(ScriptHashTest, ARestartForgetsEntriesWithoutAPlace) {
     start();
-    for (U32 const key : {0x11, 0x51, 0x91})
+    for (U32 const key : {0x11u, 0x51u, 0x91u})
         entryIs(key, 7);
     script.ok(R"({"op":"restart","mode":"warm"})");
     EXPECT_EQ(status(),

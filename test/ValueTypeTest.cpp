@@ -41,6 +41,19 @@ class Everything {
                     (Belmo::String, name, {}), (Belmo::Duration, lastHit, Belmo::Duration::never()));
 };
 
+class Counted {
+    SORN_VALUE_TYPE(SornTest, Counted, (U16, number, 3), (U16, hint, 0));
+
+    /** The hint says nothing of its own, so that keys which differ in it alone may share a hash. */
+    std::array<U64, 1> hashNumbers() const { return {number_}; }
+};
+
+using Numbers = std::array<U8, 2>;
+
+class Row {
+    SORN_VALUE_TYPE(SornTest, Row, (Numbers, numbers, {}));
+};
+
 namespace {
 
 template <class T>
@@ -315,24 +328,11 @@ TEST(Text, ReadsArraysOfTheirLengthAndRefusesOthers) {
         EXPECT_NE(parseFailure<Array>(text), "") << text;
 }
 
-class Counted {
-    SORN_VALUE_TYPE(SornTest, Counted, (U16, number, 3), (U16, hint, 0));
-
-    /** The hint says nothing of its own, so that keys which differ in it alone may share a hash. */
-    std::array<U64, 1> hashNumbers() const { return {number_}; }
-};
-
 TEST(ValueType, HashesTheNumbersThatItGivesInPlaceOfItsAttributes) {
     EXPECT_EQ(Counted().hintIs(1).hash(7), Counted().hintIs(2).hash(7));
     EXPECT_NE(Counted().numberIs(1).hash(7), Counted().numberIs(2).hash(7));
     EXPECT_NE(Counted().hash(7), Counted().hash(8));
 }
-
-using Numbers = std::array<U8, 2>;
-
-class Row {
-    SORN_VALUE_TYPE(SornTest, Row, (Numbers, numbers, {}));
-};
 
 TEST(ValueType, HashesTheElementsOfAnArrayInTheirOrder) {
     EXPECT_NE(Row().numbersIs({1, 2}).hash(0), Row().numbersIs({2, 1}).hash(0));

@@ -78,6 +78,7 @@ public:
     }
 
     friend constexpr bool operator==(Prefix const&, Prefix const&) = default;
+    // NOLINTNEXTLINE(modernize-use-nullptr)
     friend constexpr auto operator<=>(Prefix const&, Prefix const&) = default;
     constexpr U32 hash(U32 seed) const {
         return Sorn::hashOf(U64{address_.hostOrder()} << 8 | length_, seed);

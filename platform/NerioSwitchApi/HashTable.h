@@ -10,9 +10,9 @@
 #include "Belmo/Export.h"
 #include "Belmo/Ptr.h"
 #include "Dovra/Cuckoo.h"
+#include "NerioSwitchApi/EntryProgrammedStatus.h"
 #include "NerioSwitchApi/SwTable.h"
 #include "Sorn/BytePtr.h"
-#include "Sorn/Enum.h"
 
 /*
  * The framework's side of tables whose rows are found by cuckoo hashing. A key has no fixed row: the
@@ -24,9 +24,6 @@ namespace NerioSwitchApi {
 class HashBaseTable;
 class HashBaseHelper;
 class PhysicalHashTableConvertor;
-
-/** What became of a hash entry. */
-SORN_ENUM(EntryProgrammedStatus, U8, (entryProgrammed, 0), (entryProgrammingFailed, 1));
 
 /** Geometry of a physical hash table. */
 struct PhysicalHashGeometry {
