@@ -8,7 +8,9 @@
 #include "NerioSwitchTable/NerioTableAclIndirectCounter.h"
 #include "NerioSwitchTable/NerioTableHashTest.h"
 #include "NerioSwitchTable/NerioTableL3Lag.h"
+#include "NerioSwitchTable/NerioTableLpm.h"
 #include "NerioSwitchTable/NerioTableLpm11.h"
+#include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
 #include "agent/HashJsonTable.h"
 
@@ -52,6 +54,14 @@ std::vector<Family> const& families() {
         familyOf<HashJsonTable>("aclIndirectCounterHash",
                                 NerioSwitchTable::aclIndirectCounterHashTableFactory, "pipelinePair"),
         familyOf<HashJsonTable>("hashTest", NerioSwitchTable::hashTestTableFactory),
+        familyOf<PlainJsonTable>("lpm", NerioSwitchTable::lpmTableFactory),
+        familyOf<HashJsonTable>("lpm14", NerioSwitchTable::lpm14TableFactory),
+        familyOf<HashJsonTable>("lpm17", NerioSwitchTable::lpm17TableFactory),
+        familyOf<HashJsonTable>("lpm20", NerioSwitchTable::lpm20TableFactory),
+        familyOf<HashJsonTable>("lpm23", NerioSwitchTable::lpm23TableFactory),
+        familyOf<HashJsonTable>("lpm26", NerioSwitchTable::lpm26TableFactory),
+        familyOf<HashJsonTable>("lpm29", NerioSwitchTable::lpm29TableFactory),
+        familyOf<HashJsonTable>("lpm32", NerioSwitchTable::lpm32TableFactory),
     };
     return all;
 }

@@ -7,7 +7,9 @@
 #include "NerioSwitchTable/NerioTableAclIndirectCounter.h"
 #include "NerioSwitchTable/NerioTableHashTest.h"
 #include "NerioSwitchTable/NerioTableL3Lag.h"
+#include "NerioSwitchTable/NerioTableLpm.h"
 #include "NerioSwitchTable/NerioTableLpm11.h"
+#include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
 #include "RandomAcl.h"
 
@@ -164,6 +166,60 @@ NerioSwitch::L3LagIndex randomL3Lag(Random& random, ProfileInfo const&) {
     return below(random, L3LagRow::lastRow + 1);
 }
 
+/** Whole routes touch no hardware, so none comes back. */
+FamilyCase lpmRouteCase() {
+    return {{"lpm", "lpm", {}},
+            [](Random& random, auto const&) {
+                auto const length = static_cast<U8>(below(random, 33));
+                U32 const address = static_cast<U32>(below(random, 8)) << 29 & Lanvo::Prefix::mask(length);
+                return Agent::toJson(NerioSwitch::LpmKey(0, {Lanvo::IpAddr::fromHostOrder(address), length}));
+            },
+            [](Random& random, auto const&) {
+                auto const cell = randomValue<EntryCellResult>(random);
+                return Agent::toJson(LpmResult().cellResultIs(below(random, 4), cell));
+            },
+            [](auto const&, auto const&) { return Json(); }};
+}
+
+/** A key of a stage by a number; of the shortest keys two of its bits are none. */
+NerioSwitch::LpmKey numberedLpmKey(LpmStage const& stage, U16 number) {
+    U32 const address = (number >> 2 & 0xFFFu) << 20 | (number & 0xC000u) << 4;
+    return {static_cast<U8>(number & 3),
+            {Lanvo::IpAddr::fromHostOrder(address & Lanvo::Prefix::mask(stage.prefixBaseLen)),
+             stage.prefixBaseLen}};
+}
+
+/** A result of lengths that the stage serves. */
+LpmResult randomLpmResult(LpmStage const& stage, Random& random) {
+    auto const length = [&] { return stage.prefixBaseLen + below(random, 3); };
+    auto const maskLength = [&] { return below(random, 4) == 0 ? MaskLength() : MaskLength(length()); };
+    LpmResult result;
+    for (U8 i = 0; i < 4; ++i) {
+        EntryCellResult cell;
+        if (below(random, 4) != 0) cell.nexthopIndexesIs(below(random, EntryCellResult::maxNexthop + 1));
+        cell.maskLength0Is(maskLength())
+            .maskLength1Is(maskLength())
+            .realPrefixLenIs(static_cast<U8>(length()));
+        result.cellResultIs(i, cell);
+    }
+    return result.cpuTrapIs(below(random, 2) != 0);
+}
+
+template <U8 number>
+FamilyCase lpmStageCase() {
+    constexpr auto const& stage = lpmStage(number);
+    auto const name = "lpm" + std::to_string(number);
+    std::vector<Json> keys;
+    for (U16 const each : crowdedNumbersOf(
+             [](U16 any) { return LpmStageCuckooEntry<number>(numberedLpmKey(lpmStage(number), any)); }))
+        keys.push_back(Agent::toJson(numberedLpmKey(stage, each)));
+    return {
+        {name, name, {}},
+        [keys](Random& random, auto const&) { return keys[below(random, keys.size())]; },
+        [](Random& random, auto const&) { return Agent::toJson(randomLpmResult(lpmStage(number), random)); },
+        [](auto const&, auto const& result) { return result; }};
+}
+
 std::vector<FamilyCase> allCases() {
     std::vector<FamilyCase> cases = {
         familyCase<PortConfigTable>(
@@ -173,6 +229,14 @@ std::vector<FamilyCase> allCases() {
         lpm11Case(),
         hashTestCase(),
         aclCounterCase(),
+        lpmRouteCase(),
+        lpmStageCase<14>(),
+        lpmStageCase<17>(),
+        lpmStageCase<20>(),
+        lpmStageCase<23>(),
+        lpmStageCase<26>(),
+        lpmStageCase<29>(),
+        lpmStageCase<32>(),
     };
     for (auto const physTableIdx : {U8{0}, U8{1}, U8{2}, U8{5}})
         cases.push_back(aclCase(physTableIdx));

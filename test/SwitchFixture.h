@@ -59,6 +59,10 @@ protected:
     /** The process ends and comes back. */
     Table& restart(StartMode mode = StartMode::warm) { return start(mode); }
 
+    /** Polls all hit bits at that time. */
+    U32 poll(double time) { return framework_->pollHitBits(Belmo::Duration(time)); }
+    auto const& gauges() const { return framework_->gauges().counters(); }
+
     Table& table() { return *table_; }
     Chip::SimulatedChip& chip() { return *chip_; }
     Chip::FaultyBus& faulty() { return *faulty_; }
