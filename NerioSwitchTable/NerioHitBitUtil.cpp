@@ -12,20 +12,28 @@ constexpr U32 rowsPerRead = 2;
 
 }  // namespace
 
+Belmo::Ptr<NerioSwitchApi::HitBitReadInfo> hitBitReadInfoIs(NerioSwitchApi::HitBitReadInfoWrapper& wrapper,
+                                                            Belmo::String const& prefix) {
+    auto const data = NerioSwitchApi::addressesOf(prefix, {"hash_data0", "hash_data1", "hash_data2"});
+    return wrapper.readInfoIs({prefix + "hash_ctl", hitMemoryRead}, data);
+}
+
+void hitBitRowsAre(NerioSwitchApi::HitBitReadInfo& info, U32 bit, NerioSwitchApi::HwIndex firstIndex,
+                   U32 rows) {
+    for (U32 row = 0; row < rowsPerRead; ++row) {
+        info.bitRegistrationIs(static_cast<U8>(bit + bitsBetweenRows * row))
+            .lastReadIs(rows / rowsPerRead - 1)
+            .strideIs(rowsPerRead)
+            .firstIndexIs(firstIndex + row);
+    }
+}
+
 Belmo::Ptr<NerioSwitchApi::HitBitReadInfoWrapper> getHitBitMapping(Belmo::String const& prefix, U32 tableSize,
                                                                    U32 numHashTables, U32 hitBitOffset) {
-    auto const data = NerioSwitchApi::addressesOf(prefix, {"hash_data0", "hash_data1", "hash_data2"});
     auto wrapper = Belmo::make<NerioSwitchApi::HitBitReadInfoWrapper>();
-    auto const info = wrapper->readInfoIs({prefix + "hash_ctl", hitMemoryRead}, data);
-    for (U32 table = 0; table < numHashTables; ++table) {
-        for (U32 row = 0; row < rowsPerRead; ++row) {
-            U32 const bit = hitBitOffset + bitsBetweenTables * table + bitsBetweenRows * row;
-            info->bitRegistrationIs(static_cast<U8>(bit))
-                .lastReadIs(tableSize / rowsPerRead - 1)
-                .strideIs(rowsPerRead)
-                .firstIndexIs(table * tableSize + row);
-        }
-    }
+    auto const info = hitBitReadInfoIs(*wrapper, prefix);
+    for (U32 table = 0; table < numHashTables; ++table)
+        hitBitRowsAre(*info, hitBitOffset + bitsBetweenTables * table, table * tableSize, tableSize);
     return wrapper;
 }
 

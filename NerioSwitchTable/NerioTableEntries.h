@@ -44,9 +44,9 @@ public:
 
     /**
      * Wants `result` at `key`. An equal result has no effect at all. Once the table is up, hardware is in
-     * line when this returns. A key that the chip has no row for is refused with `Belmo::RangeException`
-     * before anything is stored; after a failure of the bus the table keeps the result, and the same call
-     * tries again.
+     * line when this returns. A key that the chip has no row for, or a result that no row can hold, is
+     * refused with `Belmo::RangeException` before anything is stored; after a failure of the bus the table
+     * keeps the result, and the same call tries again.
      */
     void entryIs(Key const& key, Result const& result) {
         auto const* stored = store_->find(key);
@@ -115,7 +115,6 @@ protected:
     /** Throws `Belmo::RangeException` if the chip at hand has no row for the key. Asked once the table is up.
      */
     virtual void checkKey(Key const&) const {}
-
     /** Throws `Belmo::RangeException` for an entry that no chip's rows can carry; asked of every new one. */
     virtual void checkEntry(Key const&, Result const&) const {}
 

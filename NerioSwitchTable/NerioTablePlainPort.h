@@ -3,7 +3,6 @@
 #include <array>
 #include <optional>
 
-#include "Belmo/Assert.h"
 #include "NerioSwitch/Indexes.h"
 #include "Sorn/Trace.h"
 
@@ -35,13 +34,7 @@ public:
         this->createHwTable(0, state, 0, profile.numPorts - 1u, mapping);
     }
 
-    void checkKey(Key const& key) const override {
-        if (!this->descriptor(0)->hasRow(rowOf(key))) {
-            throw Belmo::RangeException(
-                "NerioSwitchApi::HwIndex::value < NerioSwitchApi::HwTableDescriptor::firstIndex or > "
-                "NerioSwitchApi::HwTableDescriptor::lastIndex not allowed");
-        }
-    }
+    void checkKey(Key const& key) const override { this->descriptor(0)->checkRow(rowOf(key)); }
 
     void hwTableEntryIs(Key const& key, Result const& result) override {
         if (!this->descriptor(0)->initialized()) return;

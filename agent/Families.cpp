@@ -7,7 +7,9 @@
 #include "NerioSwitchTable/NerioTableAclHashes.h"
 #include "NerioSwitchTable/NerioTableAclIndirectCounter.h"
 #include "NerioSwitchTable/NerioTableHashTest.h"
+#include "NerioSwitchTable/NerioTableL3Lag.h"
 #include "NerioSwitchTable/NerioTableLpm.h"
+#include "NerioSwitchTable/NerioTableLpm11.h"
 #include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
 #include "agent/HashJsonTable.h"
@@ -46,6 +48,8 @@ JsonTable::~JsonTable() = default;
 std::vector<Family> const& families() {
     static std::vector<Family> const all = {
         familyOf<PlainJsonTable>("portConfig", NerioSwitchTable::portConfigTableFactory),
+        familyOf<DirectJsonTable>("l3Lag", NerioSwitchTable::l3LagTableFactory),
+        familyOf<DirectJsonTable>("lpm11", NerioSwitchTable::lpm11TableFactory),
         familyOf<HashJsonTable>("aclHash", NerioSwitchTable::aclHashTableFactory, "pipeline", "physTableIdx"),
         familyOf<HashJsonTable>("aclIndirectCounterHash",
                                 NerioSwitchTable::aclIndirectCounterHashTableFactory, "pipelinePair"),

@@ -200,10 +200,20 @@ private:
         for (auto const& key : keys) {
             auto const record = status->entryStatus(key);
             all.push_back({{"key", toJson(key)},
-                           {"status", static_cast<U32>(record.status())},
+                           {"status", statusNumber(record)},
                            {"lastHit", toJson(record.lastHit())}});
         }
         return all;
+    }
+
+    /** 0 is in hardware, which goes without saying where each key has a row of its own. */
+    template <class Record>
+    static U32 statusNumber(Record const& record) {
+        if constexpr (requires { record.status(); }) {
+            return static_cast<U32>(record.status());
+        } else {
+            return 0;
+        }
     }
 
     Belmo::Ptr<Table> table_;
@@ -214,6 +224,17 @@ template <class Table>
 class PlainJsonTable final : public KeyedJsonTable<Table> {
 public:
     using KeyedJsonTable<Table>::KeyedJsonTable;
+};
+
+/** A table of the direct shape. */
+template <class Table>
+class DirectJsonTable final : public KeyedJsonTable<Table> {
+public:
+    using KeyedJsonTable<Table>::KeyedJsonTable;
+
+    std::size_t defaultEntryCount() const override {
+        return Table::defaultIsEmpty ? KeyedJsonTable<Table>::defaultEntryCount() : 0;
+    }
 };
 
 }  // namespace Agent

@@ -34,6 +34,10 @@ constexpr ControlWord aclWordOfOnePipeline{
 constexpr ControlWord aclCounterWord{
     .row = {0, 11}, .way = {11, 1}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 3}};
 
+/** A word of a layer 3 processor; memories differ in how many bits their rows take. */
+constexpr ControlWord l3Word(U8 rowBits) {
+    return {.row = {0, rowBits}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 4}};
+}
 constexpr ControlWord lpmWord{
     .row = {0, 12}, .way = {14, 2}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 4}};
 
@@ -117,12 +121,23 @@ constexpr LpmMemory lpmMemories[] = {{"lpm32", 0, 4096}, {"lpm29", 1, 4096}, {"l
                                      {"lpm23", 3, 1024}, {"lpm20", 4, 1024}, {"lpm17", 5, 1024},
                                      {"lpm14", 6, 1024}};
 
-void addL3Processor(U32 processor, std::vector<MemoryDescription>& memories) {
+/** Routes of up to 11 bits: 2048 rows for each VRF, of which 32 have room. Their hit bits lie where those of
+ * the hash stages leave room. */
+MemoryDescription lpm11Memory(ProfileInfo const& profile, Belmo::String const& prefix) {
+    U32 const rows = std::min(profile.numVrfs, 32u) * 2048;
+    auto memory = hashMemory(prefix, "lpm11", l3Word(16), {1, rows, 1, 7});
+    memory.hits = {.memory = prefix + "hits", .bits = {7, 16, 20, 21, 22, 23, 24, 25}, .rowsPerBit = 8192};
+    return memory;
+}
+
+void addL3Processor(ProfileInfo const& profile, U32 processor, std::vector<MemoryDescription>& memories) {
     auto const prefix = fmt::format("ingress/processor_l3[{}]/", processor);
     for (auto const& stage : lpmMemories) {
         Shape const shape{4, stage.rowsPerWay, 2, stage.number};
         memories.push_back(withHits(hashMemory(prefix, stage.name, lpmWord, shape), prefix, stage.number));
     }
+    if (profile.numVrfs > 0) memories.push_back(lpm11Memory(profile, prefix));
+    memories.push_back(hashMemory(prefix, "l3Lag", l3Word(6), {2, 56, 1, 9}));
     memories.push_back(hitMemory(prefix, 4096));
 }
 
@@ -139,7 +154,7 @@ std::vector<MemoryDescription> chipMemories(ProfileInfo const& profile) {
     for (U32 processor = 0; processor < processorCount(profile, acl); ++processor)
         addAclProcessor(profile, processor, memories);
     for (U32 processor = 0; processor < processorCount(profile, l3); ++processor)
-        addL3Processor(processor, memories);
+        addL3Processor(profile, processor, memories);
     return memories;
 }
 

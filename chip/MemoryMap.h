@@ -20,6 +20,8 @@ namespace Chip {
  *   "ingress/processor_acl[0]/counters"              and its indirect counters
  *   "ingress/processor_l3[0]/lpm32" to ".../lpm14"   in each L3 processor: the stages of the route look-up
  *                                                    that hash, by their longest route
+ *   "ingress/processor_l3[0]/lpm11"                  the stage of routes of up to 11 bits
+ *   "ingress/processor_l3[0]/l3Lag"                  the ports of L3 LAGs
  *   "ingress/processor_l3[0]/hits"                   and the hit bits of the processor's memories
  *
  * A hit memory is read by its read strobe, a row at a time, and a read clears what it read: whoever reads

@@ -6,7 +6,9 @@
 #include "NerioSwitchTable/NerioTableAclHashes.h"
 #include "NerioSwitchTable/NerioTableAclIndirectCounter.h"
 #include "NerioSwitchTable/NerioTableHashTest.h"
+#include "NerioSwitchTable/NerioTableL3Lag.h"
 #include "NerioSwitchTable/NerioTableLpm.h"
+#include "NerioSwitchTable/NerioTableLpm11.h"
 #include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
 #include "RandomAcl.h"
@@ -138,6 +140,32 @@ FamilyCase aclCase(U8 physTableIdx) {
             }};
 }
 
+/** A row holds mask lengths below 12; this version the first one only. Keys of all VRFs, a few of each. */
+FamilyCase lpm11Case() {
+    auto const randomKey = [](Random& random, ProfileInfo const& profile) {
+        auto const address =
+            Lanvo::IpAddr::fromHostOrder(static_cast<U32>(below(random, 4) << 30 | 1u << 21));
+        return Agent::toJson(
+            NerioSwitch::LpmKey(static_cast<U8>(below(random, profile.numVrfs)), Lanvo::Prefix(address, 11)));
+    };
+    auto const randomResult = [](Random& random, Json const&) {
+        auto const nexthop = below(random, EntryCellResult::maxNexthop + 1);
+        auto const cell = EntryCellResult()
+                              .nexthopIndexesIs(below(random, 4) == 0 ? EntryCellResult().nexthopIndexes()
+                                                                      : NerioSwitch::NexthopIndexes(nexthop))
+                              .maskLength0Is(below(random, 2) == 0 ? MaskLength() : below(random, 12))
+                              .realPrefixLenIs(static_cast<U8>(below(random, 12)));
+        return Agent::toJson(Lpm11Result().cellResultIs(cell).cpuTrapIs(below(random, 2) != 0));
+    };
+    return {{"lpm11", "lpm11", {}}, randomKey, randomResult, [](auto const&, auto const& result) {
+                return result;
+            }};
+}
+
+NerioSwitch::L3LagIndex randomL3Lag(Random& random, ProfileInfo const&) {
+    return below(random, L3LagRow::lastRow + 1);
+}
+
 /** Whole routes touch no hardware, so none comes back. */
 FamilyCase lpmRouteCase() {
     return {{"lpm", "lpm", {}},
@@ -197,6 +225,8 @@ std::vector<FamilyCase> allCases() {
         familyCase<PortConfigTable>(
             "portConfig",
             [](auto& random, auto const& profile) { return PortConfigKey(randomPort(random, profile)); }),
+        familyCase<L3LagTable>("l3Lag", randomL3Lag),
+        lpm11Case(),
         hashTestCase(),
         aclCounterCase(),
         lpmRouteCase(),

@@ -63,7 +63,8 @@ TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
         expected.insert(fmt::format("ingress/processor_acl[{}]/counters", i));
         for (auto const* table : {"table0", "table1", "table2", "table5"})
             expected.insert(fmt::format("ingress/processor_acl[{0}]/{1}/pipeline{0}", i, table));
-        for (auto const* name : {"lpm14", "lpm17", "lpm20", "lpm23", "lpm26", "lpm29", "lpm32", "hits"})
+        for (auto const* name :
+             {"l3Lag", "lpm11", "lpm14", "lpm17", "lpm20", "lpm23", "lpm26", "lpm29", "lpm32", "hits"})
             expected.insert(fmt::format("ingress/processor_l3[{}]/{}", i, name));
     }
     EXPECT_EQ(names(), expected);
@@ -219,6 +220,34 @@ TEST_F(MemoryMap, HitsOfRouteStagesStandInOneMemoryByTheStagesNumber) {
     }
     EXPECT_THAT(bitsOf(4095), ElementsAre()) << "the longest of all tables has 4096 pairs of rows";
     EXPECT_EQ(rowsInUse(), 0u);
+}
+
+TEST_F(MemoryMap, ThePortSetsOfL3LagsHave56RowsOfTwoWords) {
+    make();
+    Belmo::String const prefix = "ingress/processor_l3[1]/";
+    store(prefix, 2, 1u << 17 | 9u << 18 | 55);
+    EXPECT_THAT(row(prefix + "l3Lag", 55), ElementsAre(1, 2));
+    store(prefix, 2, 1u << 16 | 9u << 18 | 5);
+    EXPECT_EQ(rowsInUse(), 1u);
+    EXPECT_THROW(store(prefix, 2, 1u << 17 | 9u << 18 | 56), BusException);
+}
+
+TEST_F(MemoryMap, TheDirectStageHas2048RowsOfOneWordForEachVrf) {
+    Belmo::String const prefix = "ingress/processor_l3[1]/";
+    for (U32 const vrfs : {1u, 4u, 8u, 32u}) {
+        SCOPED_TRACE(vrfs);
+        profile->numVrfs = vrfs;
+        make();
+        U32 const last = vrfs * 2048 - 1;
+        store(prefix, 1, 1u << 17 | 7u << 18 | last);
+        EXPECT_THAT(row(prefix + "lpm11", last), ElementsAre(1));
+        EXPECT_EQ(rowsInUse(), 1u);
+        if (vrfs < 32) {
+            EXPECT_THROW(store(prefix, 1, 1u << 17 | 7u << 18 | (last + 1)), BusException);
+        }
+    }
+    profile->numVrfs = 0;
+    EXPECT_THAT(names(), Not(Contains(prefix + "lpm11")));
 }
 
 }  // namespace

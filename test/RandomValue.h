@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "Belmo/RangedIndex.h"
+#include "NerioSwitch/IngressPortMask.h"
 #include "Sorn/Attributes.h"
 #include "Sorn/Enum.h"
 
@@ -26,6 +27,8 @@ T randomValue(Random& random) {
         return all[below(random, all.size())].value;
     } else if constexpr (Belmo::IsRangedIndex<T>) {
         return T(U64{T::first} + below(random, U64{T::last} - T::first + 1));
+    } else if constexpr (std::is_same_v<T, NerioSwitch::IngressPortMask>) {
+        return T(below(random, T::invalid));
     } else if constexpr (Sorn::ValueType<T>) {
         T value;
         Sorn::forEachAttribute(value, [&](char const*, auto& attribute) {

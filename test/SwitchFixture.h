@@ -72,6 +72,8 @@ protected:
     }
     U32 chipRegister(Belmo::String const& path) { return chip_->read(chip_->address(path)); }
     RegisterWrites takeWrites() { return recorder_->takeByPath(); }
+    /** Reads the hit bits at that time, in seconds; the number of hits. */
+    U32 poll(double seconds) { return framework_->pollHitBits(Belmo::Duration(seconds)); }
     std::size_t takeWriteCount() { return recorder_->take().size(); }
 
     /** The words of a shadow row; empty where the shadow does not hold it. */

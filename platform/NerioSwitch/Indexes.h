@@ -38,6 +38,21 @@ struct PipeIdTraits {
 /** Number of a forwarding pipeline, 0 to 16; 17 is none. */
 using PipeId = Belmo::RangedIndex<PipeIdTraits>;
 
+struct L3LagIndexTraits {
+    using Representation = U16;
+    static constexpr Representation min = 0;
+    static constexpr Representation mcastSnat = 63;
+    static constexpr Representation first = min;
+    static constexpr Representation last = mcastSnat;
+    static constexpr Representation initial = min;
+    static constexpr char const* rangeText =
+        "NerioSwitch::L3LagIndex::value < NerioSwitch::L3LagIndex::min or > "
+        "NerioSwitch::L3LagIndex::mcastSnat not allowed";
+};
+
+/** Number of a set of ports that routes send packets to, 0 to 63. */
+using L3LagIndex = Belmo::RangedIndex<L3LagIndexTraits>;
+
 struct NexthopIndexesTraits {
     using Representation = U32;
     static constexpr Representation null = 57;

@@ -67,6 +67,13 @@ std::optional<HwEntryConfig> HwTableConfig::storedEntry(HwIndex index) const {
     }
 }
 
+void HwTableDescriptor::checkRow(HwIndex index) const {
+    if (hasRow(index)) return;
+    throw Belmo::RangeException(
+        "NerioSwitchApi::HwIndex::value < NerioSwitchApi::HwTableDescriptor::firstIndex or > "
+        "NerioSwitchApi::HwTableDescriptor::lastIndex not allowed");
+}
+
 Belmo::Ptr<HwTable> HwTableCollection::hwTable(Belmo::String const& name) const {
     auto const found = tables_.find(name);
     return found == tables_.end() ? nullptr : found->second;

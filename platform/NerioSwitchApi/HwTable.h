@@ -86,6 +86,8 @@ public:
     HwIndex firstIndex() const { return firstIndex_; }
     HwIndex lastIndex() const { return lastIndex_; }
     bool hasRow(HwIndex index) const { return index >= firstIndex_ && index <= lastIndex_; }
+    /** Throws `Belmo::RangeException` for a row that the table does not have. */
+    void checkRow(HwIndex index) const;
     /** The hardware table exists and may be written. Raised by the framework before `initHwEntries`. */
     bool initialized() const { return initialized_; }
     void initializedIs(bool initialized) { initialized_ = initialized; }

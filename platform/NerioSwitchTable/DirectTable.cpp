@@ -1,0 +1,168 @@
+#include "NerioSwitchTable/DirectTable.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Belmo/Assert.h"
+
+namespace NerioSwitchTable {
+
+using NerioSwitchApi::HwEntryConfig;
+
+DirectBaseEntry::~DirectBaseEntry() = default;
+DirectBaseTable::~DirectBaseTable() = default;
+DirectBaseConvertor::~DirectBaseConvertor() = default;
+
+Belmo::String strepOf(Belmo::Ptr<DirectBaseEntry const> const& item) {
+    return item ? item->toStrep() : "NULL";
+}
+
+void DirectBaseTable::doInitDirectTable() {}
+
+DirectBaseConvertor* DirectBaseTable::directConvertor() const {
+    return static_cast<DirectBaseConvertor*>(profileConvertorPtr().get());
+}
+
+void DirectBaseTable::doSetProfileConvertor(Belmo::Ptr<NerioSwitchApi::SwTableTypes> const& types) {
+    auto const convertor = profileConvertorFactory();
+    convertor->typesAre(*types);
+    convertor->profileIs(profile());
+    convertor->swTableIs(*this);
+    profileConvertorPtrIs(convertor);
+}
+
+void DirectBaseTable::doCreateHwTable() {
+    SwTable::doCreateHwTable();
+    doInitDirectTable();
+}
+
+void DirectBaseTable::handleDirectEntry(PtrConst const& item, U32 /*entries*/) const {
+    // Rows are counted by what they hold, since tables may divide them among several counters.
+    if (auto* const convertor = directConvertor()) convertor->handleDirectEntry(item);
+}
+
+DirectBaseConvertor::DirectBaseConvertor(DirectRowForm form) : form_(std::move(form)) {
+    strobeBitsAre(form_.readStrobeBit, form_.writeStrobeBit);
+    DirectBaseConvertor::handleInitialized();
+}
+
+void DirectBaseConvertor::handleInitialized() {
+    for (auto const& word : form_.staticWords)
+        hwStaticWordIs(word.position, word.mask);
+}
+
+NerioSwitchApi::CapacityTableIndex DirectBaseConvertor::capacityIndexFromEntry(PtrConst const&) const {
+    return 0;
+}
+
+Belmo::String DirectBaseConvertor::createDirectTable(
+    HwTableId id, NerioSwitchApi::TableState state, Belmo::String const& tableName, HwIndex lastIndex,
+    Belmo::Ptr<NerioSwitchApi::HwAddressColl const> const& registers) {
+    auto const name =
+        NerioSwitchApi::SwTable::hwTableName(swTable().name(), profile()->profileName(), tableName, id);
+    createHwTable(id, state, 0, lastIndex,
+                  Belmo::make<NerioSwitchApi::HwTableRegisterMappingConst>(name, registers));
+    counted_.resize(std::size_t{lastIndex} + 1);
+    return name;
+}
+
+void DirectBaseConvertor::checkItem(PtrConst const& item) const {
+    descriptor(0)->checkRow(hwIndexFromItem(item));
+}
+
+void DirectBaseConvertor::handleDirectEntry(PtrConst const& item) {
+    if (!item->valid() && !descriptor(0)->hasRow(hwIndexFromItem(item))) return;
+    checkItem(item);
+    write(item, false);
+}
+
+void DirectBaseConvertor::initHwEntries(bool resetHw, U32 /*id*/) {
+    for (HwIndex index = descriptor(0)->firstIndex(); descriptor(0)->hasRow(index); ++index) {
+        auto const item = wantedItem(index);
+        if (item->valid()) {
+            write(item, false);
+        } else if (resetHw || !heldAlike(index)) {
+            write(item, resetHw);
+        }
+    }
+}
+
+void DirectBaseConvertor::syncEntries(U32 /*id*/) {
+    for (HwIndex index = descriptor(0)->firstIndex(); descriptor(0)->hasRow(index); ++index) {
+        auto const item = decodeHwEntry(index);
+        if (item->valid()) swTable().entryIsByDirectItem(item);
+    }
+}
+
+std::optional<HwEntryConfig> DirectBaseConvertor::wantedEntry(HwTableId /*id*/, HwIndex index) const {
+    auto const words = wordsOf(wantedItem(index));
+    return HwEntryConfig(index, words, dataWords());
+}
+
+DirectBaseConvertor::RowWords DirectBaseConvertor::storedWords(HwIndex index) const {
+    RowWords words{};
+    auto const stored = hwTable(0)->storedEntry(index);
+    if (stored) std::copy(stored->words().begin(), stored->words().end(), words.begin());
+    return words;
+}
+
+bool DirectBaseConvertor::copiesDiffer(HwIndex index, RowWords const& first) const {
+    return std::any_of(hwTables().begin(), hwTables().end(), [&](auto const& member) {
+        auto const copy = member.second->storedEntry(index).value_or(HwEntryConfig(index));
+        for (U8 word = 0; word < dataWords(); ++word) {
+            if (copy.data(word) != first[word]) return true;
+        }
+        return false;
+    });
+}
+
+DirectBaseConvertor::Ptr DirectBaseConvertor::wantedItem(HwIndex index) const {
+    auto item = nullDirectEntry(index);
+    BELMO_ASSERT(item);
+    item->validIs(swTable().entryHasByDirectItem(item));
+    if (item->valid()) swTable().updateDirectItem(item);
+    return item;
+}
+
+DirectBaseConvertor::RowWords DirectBaseConvertor::wordsOf(PtrConst const& item) const {
+    RowWords words{};
+    auto const laidOut = item->valid() ? item : PtrConst(nullDirectEntry(hwIndexFromItem(item)));
+    setHwBuffer(laidOut, reinterpret_cast<U8*>(words.data()));
+    return words;
+}
+
+/** Whether the shadow lacks the row or holds other content there; control bits are no content. */
+bool DirectBaseConvertor::differs(HwTableConfig const& table, HwIndex index, RowWords const& words) const {
+    auto const stored = table.storedEntry(index);
+    if (!stored) return true;
+    for (U8 word = 0; word < dataWords(); ++word) {
+        if (((stored->data(word) ^ words[word]) & ~hwStaticWord(word)) != 0) return true;
+    }
+    return false;
+}
+
+/** Whether every copy's shadow holds the row, with the content of the first. */
+bool DirectBaseConvertor::heldAlike(HwIndex index) const {
+    auto const first = storedWords(index);
+    return std::none_of(hwTables().begin(), hwTables().end(),
+                        [&](auto const& member) { return differs(*member.second, index, first); });
+}
+
+void DirectBaseConvertor::write(PtrConst const& item, bool always) {
+    HwIndex const index = hwIndexFromItem(item);
+    auto const words = wordsOf(item);
+    HwEntryConfig const entry(index, words, dataWords());
+    for (auto const& [id, table] : hwTables()) {
+        if (always || differs(*table, index, words)) table->entryIs(entry);
+    }
+    count(index, item);
+}
+
+void DirectBaseConvertor::count(HwIndex index, PtrConst const& item) {
+    if (counted_[index] == item->valid()) return;
+    counted_[index] = item->valid();
+    auto const counter = entryCounter(capacityIndexFromEntry(item));
+    if (counter) counter->usedIs(item->valid() ? counter->used() + 1 : counter->used() - 1);
+}
+
+}  // namespace NerioSwitchTable
