@@ -18,16 +18,14 @@ void NerioTableHashHelper::doInit() {
     nameIs(TableConstants::cliName(tableIdx_));
 }
 
-std::array<U32, NerioSwitchApi::maxEntryWords> NerioTableHashHelper::storedWords(
-    NerioSwitchApi::HwIndex index) const {
-    std::array<U32, NerioSwitchApi::maxEntryWords> words{};
+NerioTableHashHelper::Words NerioTableHashHelper::storedWords(NerioSwitchApi::HwIndex index) const {
+    Words words{};
     auto const stored = convertor()->hwTable(0)->storedEntry(index);
     if (stored) std::copy(stored->words().begin(), stored->words().end(), words.begin());
     return words;
 }
 
-bool NerioTableHashHelper::copiesDiffer(NerioSwitchApi::HwIndex index) const {
-    auto const first = storedWords(index);
+bool NerioTableHashHelper::copiesDiffer(NerioSwitchApi::HwIndex index, Words const& first) const {
     auto const count = convertor()->entryWords();
     auto const& tables = convertor()->hwTables();
     return std::any_of(std::next(tables.begin()), tables.end(), [&](auto const& member) {

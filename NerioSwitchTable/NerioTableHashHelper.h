@@ -24,11 +24,13 @@ public:
 protected:
     explicit NerioTableHashHelper(TableIndex tableIdx) : tableIdx_(tableIdx) {}
 
-    /** The words of a row as the shadow of hardware table 0 holds it; zeros where it does not. */
-    std::array<U32, NerioSwitchApi::maxEntryWords> storedWords(NerioSwitchApi::HwIndex index) const;
+    using Words = std::array<U32, NerioSwitchApi::maxEntryWords>;
 
-    /** Whether the shadow of some copy holds other words in the row, or lacks it. */
-    bool copiesDiffer(NerioSwitchApi::HwIndex index) const;
+    /** The words of a row as the shadow of hardware table 0 holds it; zeros where it does not. */
+    Words storedWords(NerioSwitchApi::HwIndex index) const;
+
+    /** Whether the shadow of a copy holds other words in the row than hardware table 0, or lacks it. */
+    bool copiesDiffer(NerioSwitchApi::HwIndex index, Words const& first) const;
 
 private:
     TableIndex tableIdx_;

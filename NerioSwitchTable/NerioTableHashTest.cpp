@@ -70,7 +70,7 @@ public:
         item->resultIs(stored->data(HashTestRow::resultWord));
         item->validIs(stored->data(HashTestRow::resultWord) != 0);
         SORN_TRACE(handle, 7, "Decoded entry is {}", item->toStrep());
-        if (copiesDiffer(index)) testTable().hwInconsistentEntryIs(item->key(), true);
+        if (copiesDiffer(index, storedWords(index))) testTable().hwInconsistentEntryIs(item->key(), true);
         return item;
     }
 

@@ -159,7 +159,7 @@ LpmBaseHelper::Ptr LpmBaseHelper::decodeHwEntry(HwIndex index) {
         return item;
     }
     if (valid) SORN_TRACE(handle, 7, "Decoded valid entry is {}", toStrep(item));
-    if (copiesDiffer(index)) lpmTable().hwInconsistentEntryIs(key, true);
+    if (copiesDiffer(index, words)) lpmTable().hwInconsistentEntryIs(key, true);
     return item;
 }
 
