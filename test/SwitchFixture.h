@@ -59,8 +59,6 @@ protected:
     /** The process ends and comes back. */
     Table& restart(StartMode mode = StartMode::warm) { return start(mode); }
 
-    /** Polls all hit bits at that time. */
-    U32 poll(double time) { return framework_->pollHitBits(Belmo::Duration(time)); }
     auto const& gauges() const { return framework_->gauges().counters(); }
 
     Table& table() { return *table_; }
