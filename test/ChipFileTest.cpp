@@ -120,7 +120,7 @@ TEST_F(ChipFile, OfAnotherChipIsRefusedAndLeftAlone) {
 TEST_F(ChipFile, OfAChipThatKnewFewerMemoriesIsRefusedAndLeftAlone) {
     memories_ = Chip::chipMemories(*profile_);
     auto const known = memories_;
-    memories_.pop_back();
+    memories_.erase(memories_.begin());
     open()->write({7}, 99);
     auto const before = contentsOf(path_);
     memories_ = known;
