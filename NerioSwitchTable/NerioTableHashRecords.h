@@ -127,7 +127,7 @@ public:
         auto& record = recordIs(key);
         if (record.isCached_) return static_cast<Item*>(&record);
         if (record.isPlaceholder_) {
-            auto const item = maker_(key);
+            auto item = maker_(key);
             itemIs(item);
             return item;
         }
@@ -215,7 +215,7 @@ private:
     struct Placeholder final : Record {
         explicit Placeholder(Key const& key) : Record(key) {}
         U32 getHash(U8) const override {
-            BELMO_ASSERT(!"a placeholder has no row");
+            BELMO_ASSERT_TEXT(false, "a placeholder has no row");
             return 0;
         }
         Belmo::String toStrep() const override { return {}; }

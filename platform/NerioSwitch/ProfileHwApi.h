@@ -19,7 +19,7 @@ public:
     constexpr U16 minorVersion() const { return minor_; }
 
     friend constexpr bool operator==(ProfileHwApi, ProfileHwApi) = default;
-    friend constexpr auto operator<=>(ProfileHwApi, ProfileHwApi) = default;
+    friend constexpr auto operator<=>(ProfileHwApi, ProfileHwApi) = default;  // NOLINT(modernize-use-nullptr)
     constexpr U32 hash(U32 seed) const { return Sorn::hashOf(U32{major_} << 16 | minor_, seed); }
     Belmo::String text() const;
     static ProfileHwApi fromText(Sorn::CharRange& range);
