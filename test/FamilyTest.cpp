@@ -193,6 +193,12 @@ protected:
     FamilyCase const& family() const { return GetParam(); }
 };
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int rounds = 15;
+#else
+constexpr int rounds = 60;
+#endif
+
 TEST_P(FamilyTest, RandomOperationsAndRestartsAgreeWithAModel) {
     Random random(20261);
     FamilySwitch target(family());
@@ -200,7 +206,7 @@ TEST_P(FamilyTest, RandomOperationsAndRestartsAgreeWithAModel) {
     Model model;
     U64 moves = 0;
     std::size_t withoutPlace = 0;
-    for (int round = 0; round < 60; ++round) {
+    for (int round = 0; round < rounds; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         for (auto const& operation : randomOperations(family(), target.profile(), random, 40)) {
             carryOut(operation, target.table());
@@ -380,6 +386,12 @@ private:
     TemporaryDirectory started_;
 };
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr U64 cutsApart = 9;  // the processes of each cut start slowly in the sanitizers' build
+#else
+constexpr U64 cutsApart = 1;
+#endif
+
 /** Every write of the agent's operations, and those of the cold start: all, or some 32 evenly spread. */
 TEST_P(FamilyTest, AProcessKilledAtAnyRegisterWriteLeavesASwitchThatRecovers) {
     UncutLife const uncut(family());
@@ -387,10 +399,10 @@ TEST_P(FamilyTest, AProcessKilledAtAnyRegisterWriteLeavesASwitchThatRecovers) {
     CrashTest const crash(family(), uncut);
     crash.startCold();
     for (auto const fault : {Chip::Fault::killBefore, Chip::Fault::killAfter}) {
-        U64 const stride = std::max<U64>(1, uncut.coldWrites() / 32);
+        U64 const stride = std::max<U64>(1, uncut.coldWrites() * cutsApart / 32);
         for (U64 cut = 1; cut <= uncut.coldWrites() && !HasFailure(); cut += stride)
             crash.cutAt(fault, cut);
-        for (U64 cut = uncut.coldWrites() + 1; cut <= uncut.totalWrites() && !HasFailure(); ++cut)
+        for (U64 cut = uncut.coldWrites() + 1; cut <= uncut.totalWrites() && !HasFailure(); cut += cutsApart)
             crash.cutAt(fault, cut);
     }
 }
