@@ -12,7 +12,9 @@ endif()
 
 find_program(NERIO_CCACHE ccache)
 if(NERIO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${NERIO_CCACHE})
+  # Sloppy about what precompiled headers leave open: the time of a header is not asked for.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${NERIO_CCACHE})
 endif()
 
 # What every target of this project is compiled with; never exported to users of the library.
