@@ -36,8 +36,34 @@ protected:
     }
 
 private:
+    template <class>
+    friend class DirectItems;
+
+    void reset(Key const& key) {
+        key_ = key;
+        result_ = Result();
+        this->validIs(false);
+    }
+
     Key key_;
     Result result_{};
+};
+
+/** Makes the items of a table. One that nobody holds any more is used again, so that rows cost no memory. */
+template <class Entry>
+class DirectItems {
+public:
+    Belmo::Ptr<Entry> item(typename Entry::Key const& key) const {
+        if (last_ && last_->references() == 1) {
+            last_->reset(key);
+        } else {
+            last_ = Belmo::make<Entry>(key);
+        }
+        return last_;
+    }
+
+private:
+    mutable Belmo::Ptr<Entry> last_;
 };
 
 /** A direct software table. `Entry` is the family's item; a family names its class and its trace. */
@@ -107,12 +133,14 @@ private:
     static Entry const& cast(PtrConst const& item) { return static_cast<Entry const&>(*item); }
 
     Belmo::Ptr<Entry> itemOf(Key const& key) const {
-        auto item = Belmo::make<Entry>(key);
+        auto item = items_.item(key);
         auto const* wanted = this->store().find(key);
         if (wanted != nullptr) item->resultIs(*wanted);
         item->validIs(wanted != nullptr);
         return item;
     }
+
+    DirectItems<Entry> items_;
 };
 
 /**
@@ -158,9 +186,9 @@ protected:
 private:
     static Entry const& cast(PtrConst const& item) { return static_cast<Entry const&>(*item); }
     Convertor const& family() const { return static_cast<Convertor const&>(*this); }
-    Belmo::Ptr<Entry> newItem(HwIndex index) const {
-        return Belmo::make<Entry>(family().keyFromHwIndex(index));
-    }
+    Belmo::Ptr<Entry> newItem(HwIndex index) const { return items_.item(family().keyFromHwIndex(index)); }
+
+    DirectItems<Entry> items_;
 };
 
 }  // namespace NerioSwitchTable

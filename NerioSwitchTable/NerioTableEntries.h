@@ -19,12 +19,34 @@ public:
     using Result = ResultType;
     using Entries = Sorn::HashMap<Key, Result>;
 
+    /** Where a key's result is, or would be put. Holds until the map changes. */
+    class Place {
+    public:
+        /** The key's result; null for none. */
+        Result const* result() const { return result_; }
+
+    private:
+        friend class EntryMap;
+        explicit Place(Result* result) : result_(result) {}
+        Result* result_;
+    };
+    Place place(Key const& key) {
+        auto const found = entries_.find(key);
+        return Place(found == entries_.end() ? nullptr : &found.value());
+    }
+    void put(Place const& place, Key const& key, Result const& result) {
+        if (place.result_ != nullptr) {
+            *place.result_ = result;
+        } else {
+            entries_.emplace(key, result);
+        }
+    }
+
     /** The key's result; null for an absent key. Holds until the map changes. */
     Result const* find(Key const& key) const {
         auto const found = entries_.find(key);
         return found == entries_.end() ? nullptr : &found->second;
     }
-    void put(Key const& key, Result const& result) { entries_.insert_or_assign(key, result); }
     void erase(Key const& key) { entries_.erase(key); }
     Entries const& entries() const { return entries_; }
 
@@ -49,11 +71,11 @@ public:
      * keeps the result, and the same call tries again.
      */
     void entryIs(Key const& key, Result const& result) {
-        auto const* stored = store_->find(key);
-        if (stored != nullptr && *stored == result && !unprogrammed(key)) return;
+        auto const place = store_->place(key);
+        if (place.result() != nullptr && *place.result() == result && !unprogrammed(key)) return;
         checkEntry(key, result);
         if (this->initialized()) checkKey(key);
-        store_->put(key, result);
+        store_->put(place, key, result);
         programAndPublish(key);
     }
 

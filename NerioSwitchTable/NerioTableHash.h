@@ -31,6 +31,13 @@ public:
     void entryStatusIs(EntryStatus const& status) {
         if (records_->statusIs(status)) publish(status.key());
     }
+    /** The same for the key of a cached item, which the caller holds. */
+    void entryStatusIs(Item& item, EntryProgrammedStatus status) {
+        if (records_->statusIs(item, status)) publish(item.key());
+    }
+    void entryStatusDel(Item& item) {
+        if (records_->statusDel(item)) publish(item.key());
+    }
     /** Removes the key's record and returns it, or the default one. */
     EntryStatus entryStatusDel(Key key) {
         EntryStatus const removed = records_->status(key);
@@ -158,7 +165,8 @@ public:
      * another's.
      */
     void hashItemDelFromHashItem(PtrConst const& item) override {
-        if (cachedItem(cast(item).key()) == item) cachedItemDel(cast(item).key());
+        // A reference to an item that nobody may change is the framework's way to say which one it means.
+        this->store().itemDel(const_cast<Item&>(cast(item)));  // NOLINT
     }
 
     void lastHitByHashItemIs(Belmo::Ptr<HashItem const> const& hit, Belmo::Duration time) override {
@@ -189,34 +197,31 @@ private:
     /** The order of these steps is fixed: the counter must see the item's old result. */
     void program(Key const& key) {
         SORN_TRACE(trace(), 8, "handleEntry {}", Sorn::text(key));
-        bool const hasStatus = tableStatus_->entryStatusHas(key);
-        auto status = tableStatus_->entryStatus(key);
-        if (hasStatus) {
-            SORN_TRACE(trace(), 8, "entry has status: {}", Sorn::text(status.status()));
+        Ptr const hashItem = createHashEntry(key, true);
+        auto& item = static_cast<Item&>(*hashItem);
+        if (Records::hasStatus(item)) {
+            SORN_TRACE(trace(), 8, "entry has status: {}", Sorn::text(Records::status(item)));
         } else {
             SORN_TRACE(trace(), 8, "entry has no status");
-            status.keyIs(key);
         }
-        bool const wasProgrammed = status.status() == EntryProgrammedStatus::entryProgrammed;
-        auto const item = createHashEntry(key, true);
-        if (wasProgrammed) this->hashConvertor()->updateHashEntryCounter(item, false);
-        auto const* wanted = this->store().find(key);
-        bool const isWanted = wanted != nullptr;
-        item->resultIs(isWanted ? *wanted : Result());
-        item->validIs(isWanted);
-        if (isWanted) {
-            SORN_TRACE(trace(), 6, "{}: Programming Entry {}", className(), item->toStrep());
-            bool const success = this->hashConvertor()->handleHashEntry(item);
-            tableStatus_->entryStatusIs(status.statusIs(success
-                                                            ? EntryProgrammedStatus::entryProgrammed
-                                                            : EntryProgrammedStatus::entryProgrammingFailed));
+        bool const wasProgrammed = Records::status(item) == EntryProgrammedStatus::entryProgrammed;
+        auto& convertor = *this->hashConvertor();
+        if (wasProgrammed) convertor.updateHashEntryCounter(hashItem, false);
+        auto const* wanted = Records::wanted(item);
+        item.resultIs(wanted != nullptr ? *wanted : Result());
+        item.validIs(wanted != nullptr);
+        if (wanted != nullptr) {
+            SORN_TRACE(trace(), 6, "{}: Programming Entry {}", className(), item.toStrep());
+            tableStatus_->entryStatusIs(item, convertor.handleHashEntry(hashItem)
+                                                  ? EntryProgrammedStatus::entryProgrammed
+                                                  : EntryProgrammedStatus::entryProgrammingFailed);
         } else {
-            SORN_TRACE(trace(), 6, "{}: Removing Entry {}", className(), item->toStrep());
+            SORN_TRACE(trace(), 6, "{}: Removing Entry {}", className(), item.toStrep());
             if (wasProgrammed) {
-                bool const success = this->hashConvertor()->handleHashEntry(item);
+                bool const success = convertor.handleHashEntry(hashItem);
                 BELMO_ASSERT(success);
             }
-            tableStatus_->entryStatusDel(key);
+            tableStatus_->entryStatusDel(item);
         }
     }
 

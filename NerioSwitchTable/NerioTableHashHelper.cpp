@@ -20,8 +20,8 @@ void NerioTableHashHelper::doInit() {
 
 NerioTableHashHelper::Words NerioTableHashHelper::storedWords(NerioSwitchApi::HwIndex index) const {
     Words words{};
-    auto const stored = convertor()->hwTable(0)->storedEntry(index);
-    if (stored) std::copy(stored->words().begin(), stored->words().end(), words.begin());
+    if (auto const* stored = convertor()->hwTable(0)->storedWords(index))
+        std::copy_n(stored, words.size(), words.begin());
     return words;
 }
 
@@ -29,11 +29,8 @@ bool NerioTableHashHelper::copiesDiffer(NerioSwitchApi::HwIndex index, Words con
     auto const count = convertor()->entryWords();
     auto const& tables = convertor()->hwTables();
     return std::any_of(std::next(tables.begin()), tables.end(), [&](auto const& member) {
-        auto const copy = member.second->storedEntry(index);
-        for (U8 word = 0; word < count; ++word) {
-            if (!copy || copy->data(word) != first[word]) return true;
-        }
-        return false;
+        auto const* copy = member.second->storedWords(index);
+        return copy == nullptr || !std::equal(copy, copy + count, first.begin());
     });
 }
 

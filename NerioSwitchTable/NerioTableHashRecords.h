@@ -103,8 +103,27 @@ public:
         auto const* record = recordOf(key);
         return record != nullptr && record->isWanted_ ? &record->wanted_ : nullptr;
     }
-    void put(Key const& key, Result const& result) {
-        auto& record = recordIs(key);
+
+    /** Where a key's result is, or would be put. Holds until another key joins or leaves. */
+    class Place {
+    public:
+        /** The key's wanted result; null for none. */
+        Result const* result() const {
+            return record_ != nullptr && record_->isWanted_ ? &record_->wanted_ : nullptr;
+        }
+
+    private:
+        friend class HashRecords;
+        Place(Record* record, U32 hash) : record_(record), hash_(hash) {}
+        Record* record_;
+        U32 hash_;
+    };
+    Place place(Key const& key) const {
+        auto* record = recordOf(key);
+        return Place(record, record == nullptr ? lastHash_ : record->hash_);
+    }
+    void put(Place const& place, Key const& key, Result const& result) {
+        auto& record = place.record_ != nullptr ? *place.record_ : newRecord(key, place.hash_);
         record.wanted_ = result;
         if (!std::exchange(record.isWanted_, true)) ++wanted_;
     }
@@ -162,12 +181,36 @@ public:
         --items_;
         forgetIfIdle(*record);
     }
+    /** The same for an item that may be cached or not. */
+    void itemDel(Item& item) {
+        Record& record = item;
+        if (!std::exchange(record.isCached_, false)) return;
+        --items_;
+        forgetIfIdle(record);
+    }
     void itemDelAll() {
         for (auto const& record : all())
             itemDel(record->key());
     }
     std::size_t items() const { return items_; }
 
+    /** The wanted result of a cached item's key; null for none. */
+    static Result const* wanted(Item const& item) {
+        Record const& record = item;
+        return record.isWanted_ ? &record.wanted_ : nullptr;
+    }
+    /** Whether a cached item's key has a status, and which; that of a key without one is the default. */
+    static bool hasStatus(Item const& item) { return static_cast<Record const&>(item).hasStatus_; }
+    static EntryProgrammedStatus status(Item const& item) {
+        Record const& record = item;
+        return record.hasStatus_ ? record.status_ : EntryProgrammedStatus::entryProgrammed;
+    }
+    /** Stores the status of a cached item's key; false if it stood there already. */
+    bool statusIs(Item& item, EntryProgrammedStatus status) {
+        Record& record = item;
+        bool const had = hasStatusIs(record);
+        return std::exchange(record.status_, status) != status || !had;
+    }
     bool hasStatus(Key const& key) const {
         auto const* record = recordOf(key);
         return record != nullptr && record->hasStatus_;
@@ -180,8 +223,7 @@ public:
     /** Stores a status; false if it stood there already. */
     bool statusIs(EntryStatus const& status) {
         auto& record = recordIs(status.key());
-        bool const had = std::exchange(record.hasStatus_, true);
-        if (!had) ++statuses_;
+        bool const had = hasStatusIs(record);
         if (had && record.status_ == status.status() && record.statusLastHit_ == status.lastHit())
             return false;
         record.status_ = status.status();
@@ -190,11 +232,9 @@ public:
     }
     bool statusDel(Key const& key) {
         auto* record = recordOf(key);
-        if (record == nullptr || !std::exchange(record->hasStatus_, false)) return false;
-        --statuses_;
-        forgetIfIdle(*record);
-        return true;
+        return record != nullptr && statusDel(*record);
     }
+    bool statusDel(Item& item) { return statusDel(static_cast<Record&>(item)); }
     auto statuses() const { return View<ShownStatus>(set_, statuses_); }
 
 private:
@@ -281,7 +321,10 @@ private:
         return last_;
     }
     Record& recordIs(Key const& key) {
-        if (auto* record = recordOf(key)) return *record;
+        auto* record = recordOf(key);
+        return record != nullptr ? *record : newRecord(key, lastHash_);
+    }
+    Record& newRecord(Key const& key, U32 hash) {
         RecordPtr record;
         if (maker_) {
             record = maker_(key);
@@ -289,10 +332,24 @@ private:
             record = Belmo::make<Placeholder>(key);
             record->isPlaceholder_ = true;
         }
-        record->hash_ = lastHash_;
-        set_.insert(record);
+        record->hash_ = hash;
         last_ = record.get();
+        set_.insert(std::move(record));
         return *last_;
+    }
+    /** Gives the record a status, the default one if it had none; whether it had one. */
+    bool hasStatusIs(Record& record) {
+        if (std::exchange(record.hasStatus_, true)) return true;
+        ++statuses_;
+        record.status_ = EntryProgrammedStatus::entryProgrammed;
+        record.statusLastHit_ = Belmo::Duration::never();
+        return false;
+    }
+    bool statusDel(Record& record) {
+        if (!std::exchange(record.hasStatus_, false)) return false;
+        --statuses_;
+        forgetIfIdle(record);
+        return true;
     }
     void forgetIfIdle(Record& record) {
         if (!record.isWanted_ && !record.isCached_ && !record.hasStatus_) remove(record);

@@ -118,21 +118,10 @@ PhysicalHashTableConvertor::Words PhysicalHashTableConvertor::wordsOf(
     return words;
 }
 
-/** Whether the shadow lacks the row or holds other content there; control bits are no content. */
-bool PhysicalHashTableConvertor::differs(HwTableConfig const& table, HwIndex index,
-                                         Words const& words) const {
-    auto const stored = table.storedEntry(index);
-    if (!stored) return true;
-    for (U8 i = 0; i < entryWords(); ++i) {
-        if (((stored->data(i) ^ words[i]) & ~hwStaticWord(i)) != 0) return true;
-    }
-    return false;
-}
-
 void PhysicalHashTableConvertor::write(HwIndex index, Words const& words) {
     HwEntryConfig const entry(index, std::span(words), entryWords());
     for (auto const& [id, table] : hwTables()) {
-        if (differs(*table, index, words)) table->entryIs(entry);
+        if (differs(*table, index, words.data(), entryWords())) table->entryIs(entry);
     }
 }
 
@@ -254,7 +243,7 @@ void PhysicalHashTableConvertor::initHwEntries(bool resetHw, U32 /*id*/) {
         if (occupancy_->taken(index) || !helpers_.front()->reachable(location(index))) continue;
         auto const words = nullWords(index);
         for (auto const& [id, table] : hwTables()) {
-            if ((resetHw && !othersAreUp) || differs(*table, index, words)) {
+            if ((resetHw && !othersAreUp) || differs(*table, index, words.data(), entryWords())) {
                 table->entryIs(HwEntryConfig(index, std::span(words), entryWords()));
             }
         }
@@ -263,7 +252,7 @@ void PhysicalHashTableConvertor::initHwEntries(bool resetHw, U32 /*id*/) {
 
 void PhysicalHashTableConvertor::syncEntries(U32 /*id*/) {
     for (HwIndex index = 0; index < items_.size(); ++index) {
-        if (!items_[index] && hwTable(0)->storedEntry(index)) adopt(index);
+        if (!items_[index] && hwTable(0)->storedWords(index)) adopt(index);
     }
 }
 
@@ -285,7 +274,7 @@ void PhysicalHashTableConvertor::adopt(HwIndex index) {
         helper->swTable()->entryIsByHashItem(item);
         return;
     }
-    if (differs(*hwTable(0), index, nullWords(index))) reserve(index);
+    if (differs(*hwTable(0), index, nullWords(index).data(), entryWords())) reserve(index);
 }
 
 std::optional<HwEntryConfig> PhysicalHashTableConvertor::wantedEntry(HwTableId, HwIndex index) const {

@@ -230,7 +230,6 @@ private:
     Dovra::Cuckoo::Rows rowsOf(HashBaseCuckooEntry const& entry) const;
     Words wordsOf(Belmo::Ptr<HashBaseCuckooEntry> const& entry, HwIndex index) const;
     Words nullWords(HwIndex index) const { return wordsOf(nullItem_, index); }
-    bool differs(HwTableConfig const& table, HwIndex index, Words const& words) const;
     void write(HwIndex index, Words const& words);
     bool place(Belmo::Ptr<HashBaseCuckooEntry> const& entry);
     void remove(Belmo::Ptr<HashBaseCuckooEntry> const& entry);

@@ -14,9 +14,15 @@ RowRegisters::RowRegisters(HwTableRegisterMapping const& mapping, HwIndex firstI
     // keeps a single set however many rows it has.
     std::map<HwAddressColl const*, U32> known;
     std::vector<Belmo::Ptr<HwAddressColl const>> held;
+    HwAddressColl const* before = nullptr;
     for (U64 row = firstIndex; row <= lastIndex && firstIndex <= lastIndex; ++row) {
         auto addresses = mapping.getRegister(static_cast<HwIndex>(row));
         if (!addresses) addresses = Belmo::make<HwAddressColl>();
+        if (addresses.get() == before) {
+            setOfRow_.push_back(setOfRow_.back());
+            continue;
+        }
+        before = addresses.get();
         auto const [set, isNew] = known.try_emplace(addresses.get(), static_cast<U32>(sets_.size()));
         if (isNew) {
             held.push_back(addresses);
@@ -64,6 +70,16 @@ std::optional<HwEntryConfig> HwTableConfig::storedEntry(HwIndex index) const {
     } catch (Belmo::CorruptionDetectedException const& corruption) {
         shadow_->doCorruptionDetected(corruption.what());
         return std::nullopt;
+    }
+}
+
+U32 const* HwTableConfig::storedWords(HwIndex index) const {
+    try {
+        auto const* row = shadow_->held(index);
+        return row == nullptr ? nullptr : row->words;
+    } catch (Belmo::CorruptionDetectedException const& corruption) {
+        shadow_->doCorruptionDetected(corruption.what());
+        return nullptr;
     }
 }
 

@@ -63,6 +63,8 @@ public:
     std::optional<HwEntryConfig> entry(HwIndex index) const { return shadow_->read(index); }
     /** The same, with corruption reported to the shadow and counted as no entry. */
     std::optional<HwEntryConfig> storedEntry(HwIndex index) const;
+    /** All eight words of that entry where they lie, until the row is written; null without one. */
+    U32 const* storedWords(HwIndex index) const;
 
     ShadowTable& shadow() const { return *shadow_; }
     RegisterBus& bus() const { return *bus_; }

@@ -85,21 +85,27 @@ ShadowTable::ShadowTable(Belmo::String name, HwIndex firstIndex, HwIndex lastInd
 
 ShadowTable::~ShadowTable() = default;
 
-std::optional<HwEntryConfig> ShadowTable::read(HwIndex index) const {
-    if (index < firstIndex_ || index > lastIndex_) return std::nullopt;
+ShadowRow const* ShadowTable::held(HwIndex index) const {
+    if (index < firstIndex_ || index > lastIndex_) return nullptr;
     ShadowRow const& found = rows_[index - firstIndex_];
     switch (static_cast<ShadowRowState>(found.state)) {
         case ShadowRowState::written:
             if (found.checksum != checksumOf(found, index)) throwCorrupt(name_, index, "wrong checksum");
             if (found.size > maxEntryWords) throwTooManyWords(found.size);
-            return std::optional<HwEntryConfig>(std::in_place, index, std::span(found.words), found.size);
+            return &found;
         case ShadowRowState::absent:
             if (!isZero(found)) throwCorrupt(name_, index, "contents without a state");
-            return std::nullopt;
+            return nullptr;
         case ShadowRowState::intended:
-            return std::nullopt;
+            return nullptr;
     }
     throwCorrupt(name_, index, "unknown state");
+}
+
+std::optional<HwEntryConfig> ShadowTable::read(HwIndex index) const {
+    auto const* row = held(index);
+    if (row == nullptr) return std::nullopt;
+    return std::optional<HwEntryConfig>(std::in_place, index, std::span(row->words), row->size);
 }
 
 ShadowRow& ShadowTable::row(HwIndex index) const {

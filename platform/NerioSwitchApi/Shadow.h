@@ -55,6 +55,8 @@ public:
      * for a row that is not what was written, and `Belmo::RangeException` for a stored count above 8.
      */
     std::optional<HwEntryConfig> read(HwIndex index) const;
+    /** The same as it lies in the shadow, until the row is written; null for a row that is not held. */
+    ShadowRow const* held(HwIndex index) const;
 
     /** Stores the words, at most 8, of a row that is about to be written. Rows outside the table throw. */
     void intend(HwIndex index, std::span<U32 const> words);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <boost/container/flat_map.hpp>
 #include <map>
 #include <optional>
 #include <utility>
@@ -38,7 +39,7 @@ struct SwTableTypes : Belmo::Node {
 class BELMO_EXPORT SwTableProfileConvertor : public Belmo::Node {
 public:
     using DescriptorMap = std::map<HwTableId, Belmo::Ptr<HwTableDescriptor>>;
-    using HwTableMap = std::map<HwTableId, Belmo::Ptr<HwTableConfig>>;
+    using HwTableMap = boost::container::flat_map<HwTableId, Belmo::Ptr<HwTableConfig>>;
     using HitBitTableMap = std::map<HwTableId, Belmo::Ptr<HitBitTableConfig>>;
 
     ~SwTableProfileConvertor() override;
@@ -91,6 +92,15 @@ public:
     void hwStaticWordIs(U8 dataArrayIndex, U32 mask) { staticWords_.at(dataArrayIndex) = mask; }
     void hwStaticWordDel(U8 dataArrayIndex) { staticWords_.at(dataArrayIndex) = 0; }
     U32 hwStaticWord(U8 dataArrayIndex) const { return staticWords_.at(dataArrayIndex); }
+    /** Whether a hardware table's shadow lacks the row, or holds other content in the first `count` words. */
+    bool differs(HwTableConfig const& table, HwIndex index, U32 const* words, U8 count) const {
+        auto const* stored = table.storedWords(index);
+        if (stored == nullptr) return true;
+        U32 different = 0;
+        for (U8 i = 0; i < count; ++i)
+            different |= (stored[i] ^ words[i]) & ~staticWords_[i];
+        return different != 0;
+    }
 
     /** Positions of the strobes in the control word, where a table has one. */
     U8 readStrobeBit() const { return readStrobeBit_; }

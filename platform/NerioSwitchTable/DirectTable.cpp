@@ -101,18 +101,16 @@ std::optional<HwEntryConfig> DirectBaseConvertor::wantedEntry(HwTableId /*id*/, 
 
 DirectBaseConvertor::RowWords DirectBaseConvertor::storedWords(HwIndex index) const {
     RowWords words{};
-    auto const stored = hwTable(0)->storedEntry(index);
-    if (stored) std::copy(stored->words().begin(), stored->words().end(), words.begin());
+    if (auto const* stored = hwTable(0)->storedWords(index)) std::copy_n(stored, words.size(), words.begin());
     return words;
 }
 
 bool DirectBaseConvertor::copiesDiffer(HwIndex index, RowWords const& first) const {
     return std::any_of(hwTables().begin(), hwTables().end(), [&](auto const& member) {
-        auto const copy = member.second->storedEntry(index).value_or(HwEntryConfig(index));
-        for (U8 word = 0; word < dataWords(); ++word) {
-            if (copy.data(word) != first[word]) return true;
-        }
-        return false;
+        static constexpr RowWords none{};
+        auto const* stored = member.second->storedWords(index);
+        return !std::equal(first.begin(), first.begin() + dataWords(),
+                           stored == nullptr ? none.data() : stored);
     });
 }
 
@@ -131,21 +129,12 @@ DirectBaseConvertor::RowWords DirectBaseConvertor::wordsOf(PtrConst const& item)
     return words;
 }
 
-/** Whether the shadow lacks the row or holds other content there; control bits are no content. */
-bool DirectBaseConvertor::differs(HwTableConfig const& table, HwIndex index, RowWords const& words) const {
-    auto const stored = table.storedEntry(index);
-    if (!stored) return true;
-    for (U8 word = 0; word < dataWords(); ++word) {
-        if (((stored->data(word) ^ words[word]) & ~hwStaticWord(word)) != 0) return true;
-    }
-    return false;
-}
-
 /** Whether every copy's shadow holds the row, with the content of the first. */
 bool DirectBaseConvertor::heldAlike(HwIndex index) const {
     auto const first = storedWords(index);
-    return std::none_of(hwTables().begin(), hwTables().end(),
-                        [&](auto const& member) { return differs(*member.second, index, first); });
+    return std::none_of(hwTables().begin(), hwTables().end(), [&](auto const& member) {
+        return differs(*member.second, index, first.data(), dataWords());
+    });
 }
 
 void DirectBaseConvertor::write(PtrConst const& item, bool always) {
@@ -153,7 +142,7 @@ void DirectBaseConvertor::write(PtrConst const& item, bool always) {
     auto const words = wordsOf(item);
     HwEntryConfig const entry(index, words, dataWords());
     for (auto const& [id, table] : hwTables()) {
-        if (always || differs(*table, index, words)) table->entryIs(entry);
+        if (always || differs(*table, index, words.data(), dataWords())) table->entryIs(entry);
     }
     count(index, item);
 }

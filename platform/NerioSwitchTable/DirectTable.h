@@ -159,11 +159,8 @@ protected:
     bool copiesDiffer(HwIndex index, RowWords const& first) const;
 
 private:
-    using HwTableConfig = NerioSwitchApi::HwTableConfig;
-
     Ptr wantedItem(HwIndex index) const;
     RowWords wordsOf(PtrConst const& item) const;
-    bool differs(HwTableConfig const& table, HwIndex index, RowWords const& words) const;
     bool heldAlike(HwIndex index) const;
     void write(PtrConst const& item, bool always);
     void count(HwIndex index, PtrConst const& item);
