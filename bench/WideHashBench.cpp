@@ -9,6 +9,7 @@
 
 #include "AllocationCount.h"
 #include "WideHashTable.h"
+#include "bench/LongestCall.h"
 #include "chip/SimulatedChip.h"
 
 namespace {
@@ -89,25 +90,16 @@ BENCHMARK(wideNewKeysTo)
 void wideWorstCallAtTheLimit(benchmark::State& state) {
     auto const geometry = geometryOf(state);
     auto const keys = randomKeys(geometry.rows() * 2);
-    double worst = 0;
-    double sum = 0;
-    std::size_t calls = 0;
+    NerioBench::LongestCall calls;
     for (auto _ : state) {
         Wide wide(geometry);
         std::size_t next = 0;
         while (wide.table->hashConvertor()->failedPlacements() == 0)
             wide.table->entryIs(keys[next++], 1);
-        for (std::size_t const end = next + 1000; next < end; ++next) {
-            auto const begin = Clock::now();
-            wide.table->entryIs(keys[next], 1);
-            auto const seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-            worst = std::max(worst, seconds);
-            sum += seconds;
-            ++calls;
-        }
+        for (std::size_t const end = next + 1000; next < end; ++next)
+            calls.time([&] { wide.table->entryIs(keys[next], 1); });
     }
-    state.counters["worstCall"] = worst;
-    state.counters["meanCall"] = sum / static_cast<double>(calls);
+    calls.report(state);
 }
 BENCHMARK(wideWorstCallAtTheLimit)
     ->Args({2, 12})

@@ -1,5 +1,6 @@
 #include "Dovra/Cuckoo.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "Belmo/Assert.h"
@@ -20,11 +21,7 @@ std::ostream& operator<<(std::ostream& stream, CuckooLocation const& location) {
 HashItem::~HashItem() = default;
 
 Occupancy::Occupancy(U8 ways, U32 rowsPerWay)
-    : ways_(ways),
-      rowsPerWay_(rowsPerWay),
-      rows_(std::size_t{ways} * rowsPerWay),
-      taken_(rows_.size()),
-      deadEnds_(rows_.size()) {
+    : ways_(ways), rowsPerWay_(rowsPerWay), rows_(std::size_t{ways} * rowsPerWay), marks_(rows_.size()) {
     BELMO_ASSERT(ways <= maxWays);
     BELMO_ASSERT(rowsPerWay <= 65535);
 }
@@ -41,30 +38,31 @@ U8 Occupancy::wayOf(Slot slot) const {
 void Occupancy::take(Slot slot, Rows const& rows) {
     release(slot);
     ++used_;
-    taken_.add(slot);
+    marks_[slot] |= takenMark;
     rows_[slot] = rows;
 }
 
 void Occupancy::release(Slot slot) {
     if (!taken(slot)) return;
     --used_;
-    taken_.remove(slot);
-    if (deadEnd(slot)) deadEnds_.clear();
+    unmark(slot, takenMark);
+    if (!deadEnd(slot)) return;
+    for (Slot each = 0; each < slots(); ++each)
+        unmark(each, deadEndMark);
 }
 
-Planner::Planner(Occupancy& occupancy) : occupancy_(occupancy), seen_(occupancy.slots()) {
-    steps_.reserve(occupancy.slots());
-}
+Planner::Planner(Occupancy& occupancy) : occupancy_(occupancy), steps_(occupancy.slots()) {}
 
 /** Looks at the rows of a key for the first time in this search; true once one of them is free. */
 bool Planner::look(Rows const& rows, U32 from) {
     for (U8 way = 0; way < occupancy_.ways(); ++way) {
         if (rows[way] >= occupancy_.rowsPerWay()) continue;
         Slot const slot = occupancy_.slotOf(way, rows[way]);
-        if (seen_.has(slot) || occupancy_.deadEnd(slot)) continue;
-        seen_.add(slot);
-        steps_.push_back({slot, from});
-        if (!occupancy_.taken(slot)) return true;
+        U8& marks = occupancy_.marks_[slot];
+        if ((marks & (Occupancy::seenMark | Occupancy::deadEndMark)) != 0) continue;
+        marks |= Occupancy::seenMark;
+        steps_[plan_.visited++] = {slot, from};
+        if ((marks & Occupancy::takenMark) == 0) return true;
     }
     return false;
 }
@@ -72,15 +70,15 @@ bool Planner::look(Rows const& rows, U32 from) {
 /** The last step is a free slot: follows the steps back to one of the key's own rows. */
 void Planner::found() {
     plan_.outcome = Outcome::placed;
-    Step step = steps_.back();
+    Step step = steps_[plan_.visited - 1];
     for (; step.from != noStep; step = steps_[step.from])
         plan_.moves.push_back({steps_[step.from].slot, step.slot});
     plan_.slot = step.slot;
 }
 
 void Planner::foundNone() {
-    for (auto const& step : steps_)
-        occupancy_.deadEndIs(step.slot);
+    for (U32 step = 0; step < plan_.visited; ++step)
+        occupancy_.deadEndIs(steps_[step].slot);
 }
 
 Plan const& Planner::plan(Rows const& rows) {
@@ -89,18 +87,16 @@ Plan const& Planner::plan(Rows const& rows) {
     plan_.visited = 0;
     if (plan_.outcome == Outcome::full) return plan_;
 
-    steps_.clear();
     bool isFound = look(rows, noStep);
-    for (U32 next = 0; next < steps_.size() && !isFound; ++next)
+    for (U32 next = 0; next < plan_.visited && !isFound; ++next)
         isFound = look(occupancy_.rowsOf(steps_[next].slot), next);
-    plan_.visited = static_cast<U32>(steps_.size());
     if (isFound) {
         found();
     } else {
         foundNone();
     }
-    for (auto const& step : steps_)
-        seen_.remove(step.slot);
+    for (U32 step = 0; step < plan_.visited; ++step)
+        occupancy_.unmark(steps_[step].slot, Occupancy::seenMark);
     return plan_;
 }
 

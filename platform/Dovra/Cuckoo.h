@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <ostream>
@@ -70,21 +69,6 @@ inline constexpr Rows immovable{0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF};
 /** A row over all hash tables: table * rows per table + row. */
 using Slot = U32;
 
-/** One mark per slot. */
-class SlotMarks {
-public:
-    explicit SlotMarks(std::size_t slots) : words_((slots + 63) / 64) {}
-
-    bool has(Slot slot) const { return (words_[slot / 64] >> slot % 64 & 1) != 0; }
-    void add(Slot slot) { words_[slot / 64] |= U64{1} << slot % 64; }
-    void remove(Slot slot) { words_[slot / 64] &= ~(U64{1} << slot % 64); }
-    void clear() { std::fill(words_.begin(), words_.end(), 0); }
-    bool operator==(SlotMarks const&) const = default;
-
-private:
-    std::vector<U64> words_;
-};
-
 /** Which slots are taken, and which rows their occupants could live in. */
 class BELMO_EXPORT Occupancy {
 public:
@@ -98,7 +82,7 @@ public:
 
     Slot slotOf(U8 way, U32 row) const { return way * rowsPerWay_ + row; }
     U8 wayOf(Slot slot) const;
-    bool taken(Slot slot) const { return taken_.has(slot); }
+    bool taken(Slot slot) const { return has(slot, takenMark); }
     Rows const& rowsOf(Slot slot) const { return rows_[slot]; }
 
     void take(Slot slot, Rows const& rows);
@@ -108,16 +92,26 @@ public:
      * Slots from whose occupants no chain of moves leads to a free slot. They lead only to one another, so
      * that this stays true until one of them is released.
      */
-    bool deadEnd(Slot slot) const { return deadEnds_.has(slot); }
-    void deadEndIs(Slot slot) { deadEnds_.add(slot); }
+    bool deadEnd(Slot slot) const { return has(slot, deadEndMark); }
+    void deadEndIs(Slot slot) { marks_[slot] |= deadEndMark; }
 
 private:
+    friend class Planner;
+
+    /** All that a search asks of a slot is in one byte, so that the marks of a large table stay in cache. */
+    static constexpr U8 takenMark = 1;
+    static constexpr U8 deadEndMark = 2;
+    /** The search under way has been there. */
+    static constexpr U8 seenMark = 4;
+
+    bool has(Slot slot, U8 mark) const { return (marks_[slot] & mark) != 0; }
+    void unmark(Slot slot, U8 mark) { marks_[slot] &= static_cast<U8>(~mark); }
+
     U8 ways_;
     U32 rowsPerWay_;
     U32 used_ = 0;
     std::vector<Rows> rows_;
-    SlotMarks taken_;
-    SlotMarks deadEnds_;
+    std::vector<U8> marks_;
 };
 
 /** An occupant goes from one of its slots to another. */
@@ -172,8 +166,8 @@ private:
 
     Occupancy& occupancy_;
     Plan plan_;
+    /** As many as there are slots, of which the first `plan_.visited` are this search's. */
     std::vector<Step> steps_;
-    SlotMarks seen_;
 };
 
 }  // namespace Dovra::Cuckoo
