@@ -13,7 +13,7 @@ LpmTable::~LpmTable() = default;
 Belmo::Ptr<LpmStatus> LpmTable::entryStatusIs(LpmKey const& key) {
     auto const [member, isNew] = entryStatus_.try_emplace(key);
     if (!isNew) return member->second;
-    auto const status = Belmo::make<LpmStatus>(key);
+    auto status = Belmo::make<LpmStatus>(key);
     member.value() = status;
     publisher().publishChangeRecursive("entryStatus", key);
     return status;
