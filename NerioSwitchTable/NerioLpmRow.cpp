@@ -39,7 +39,7 @@ constexpr LpmRowLayout layoutOf(LpmStage const& stage, U8 numVrfBits) {
     LpmRowLayout layout;
     layout.storedAddress = at("storedAddress", 0, stage.storedBits());
     layout.vrf = at("vrf", stage.storedBits(), numVrfBits);
-    layout.zero = at("zero", compareWidth, shift);
+    layout.zero = at("zero", base - shift, shift);
     layout.valid = at("valid", base, 1);
     for (U8 i = 0; i < LpmRowLayout::cells; ++i) {
         layout.cellResults[i] = at("cellResult", base + 1 + 14 * i, LpmRowLayout::cellResultWidth);
