@@ -50,6 +50,24 @@ private:
     Representation value_ = Traits::initial;
 };
 
+/**
+ * Defines the index type `name` of namespace `space`: numbers from the named value `least` to the named value
+ * `most`, by default the named value `initialName`. A failure names the bounds as they are named.
+ */
+#define BELMO_INDEX(space, name, representation, least, leastValue, most, mostValue, initialName)   \
+    struct name##Traits {                                                                           \
+        using Representation = representation;                                                      \
+        static constexpr Representation least = leastValue;                                         \
+        static constexpr Representation most = mostValue;                                           \
+        static constexpr Representation first = least;                                              \
+        static constexpr Representation last = most;                                                \
+        static constexpr Representation initial = initialName;                                      \
+        static constexpr char const* rangeText =                                                    \
+            #space "::" #name "::value < " #space "::" #name "::" #least " or > " #space "::" #name \
+                   "::" #most " not allowed";                                                       \
+    };                                                                                              \
+    using name = ::Belmo::RangedIndex<name##Traits>
+
 /** A type made of `RangedIndex`. */
 template <class T>
 concept IsRangedIndex = requires {

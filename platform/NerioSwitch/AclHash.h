@@ -11,110 +11,26 @@
 /** What an ACL lookup asks for and what it answers; and the numbers that both are made of. */
 namespace NerioSwitch {
 
-struct HwAclCombinationIdTraits {
-    using Representation = U8;
-    static constexpr Representation min = 0;
-    static constexpr Representation invalid = 18;
-    static constexpr Representation first = min;
-    static constexpr Representation last = invalid;
-    static constexpr Representation initial = invalid;
-    static constexpr char const* rangeText =
-        "NerioSwitch::HwAclCombinationId::value < NerioSwitch::HwAclCombinationId::min or > "
-        "NerioSwitch::HwAclCombinationId::invalid not allowed";
-};
-
 /** Which fields of a packet take part in a lookup, 0 to 17; 18 is none. */
-using HwAclCombinationId = Belmo::RangedIndex<HwAclCombinationIdTraits>;
-
-struct HwProtocolTraits {
-    using Representation = U8;
-    static constexpr Representation invalid = 0;
-    static constexpr Representation max = 15;
-    static constexpr Representation first = invalid;
-    static constexpr Representation last = max;
-    static constexpr Representation initial = invalid;
-    static constexpr char const* rangeText =
-        "NerioSwitch::HwProtocol::value < NerioSwitch::HwProtocol::invalid or > "
-        "NerioSwitch::HwProtocol::max not allowed";
-};
+BELMO_INDEX(NerioSwitch, HwAclCombinationId, U8, min, 0, invalid, 18, invalid);
 
 /** Remapped IP protocol, 1 to 15; 0 is none. */
-using HwProtocol = Belmo::RangedIndex<HwProtocolTraits>;
-
-struct HwAclRangeIdTraits {
-    using Representation = U8;
-    static constexpr Representation min = 0;
-    static constexpr Representation invalid = 8;
-    static constexpr Representation first = min;
-    static constexpr Representation last = invalid;
-    static constexpr Representation initial = invalid;
-    static constexpr char const* rangeText =
-        "NerioSwitch::HwAclRangeId::value < NerioSwitch::HwAclRangeId::min or > "
-        "NerioSwitch::HwAclRangeId::invalid not allowed";
-};
+BELMO_INDEX(NerioSwitch, HwProtocol, U8, invalid, 0, max, 15, invalid);
 
 /** Number of a port range, 0 to 7; 8 is none. */
-using HwAclRangeId = Belmo::RangedIndex<HwAclRangeIdTraits>;
-
-struct AclVrfIdTraits {
-    using Representation = U8;
-    static constexpr Representation min = 0;
-    static constexpr Representation null = 128;
-    static constexpr Representation first = min;
-    static constexpr Representation last = null;
-    static constexpr Representation initial = null;
-    static constexpr char const* rangeText =
-        "NerioSwitch::AclVrfId::value < NerioSwitch::AclVrfId::min or > NerioSwitch::AclVrfId::null "
-        "not allowed";
-};
+BELMO_INDEX(NerioSwitch, HwAclRangeId, U8, min, 0, invalid, 8, invalid);
 
 /** VRF number, 0 to 127; 128 is none. */
-using AclVrfId = Belmo::RangedIndex<AclVrfIdTraits>;
-
-struct HwAclPriorityTraits {
-    using Representation = U8;
-    static constexpr Representation invalid = 0;
-    static constexpr Representation max = 63;
-    static constexpr Representation first = invalid;
-    static constexpr Representation last = max;
-    static constexpr Representation initial = invalid;
-    static constexpr char const* rangeText =
-        "NerioSwitch::HwAclPriority::value < NerioSwitch::HwAclPriority::invalid or > "
-        "NerioSwitch::HwAclPriority::max not allowed";
-};
+BELMO_INDEX(NerioSwitch, AclVrfId, U8, min, 0, null, 128, null);
 
 /** Priority of a rule, 1 to 63, 1 the highest; 0 is none. */
-using HwAclPriority = Belmo::RangedIndex<HwAclPriorityTraits>;
-
-struct HwCounterIndexTraits {
-    using Representation = U16;
-    static constexpr Representation invalid = 0;
-    static constexpr Representation max = 0xFFF;
-    static constexpr Representation first = invalid;
-    static constexpr Representation last = max;
-    static constexpr Representation initial = invalid;
-    static constexpr char const* rangeText =
-        "NerioSwitch::HwCounterIndex::value < NerioSwitch::HwCounterIndex::invalid or > "
-        "NerioSwitch::HwCounterIndex::max not allowed";
-};
+BELMO_INDEX(NerioSwitch, HwAclPriority, U8, invalid, 0, max, 63, invalid);
 
 /** Row of a counter, 1 to 0xFFF; 0 is none. */
-using HwCounterIndex = Belmo::RangedIndex<HwCounterIndexTraits>;
-
-struct HwAclChainIdTraits {
-    using Representation = U8;
-    static constexpr Representation min = 0;
-    static constexpr Representation max = 1;
-    static constexpr Representation first = min;
-    static constexpr Representation last = max;
-    static constexpr Representation initial = min;
-    static constexpr char const* rangeText =
-        "NerioSwitch::HwAclChainId::value < NerioSwitch::HwAclChainId::min or > "
-        "NerioSwitch::HwAclChainId::max not allowed";
-};
+BELMO_INDEX(NerioSwitch, HwCounterIndex, U16, invalid, 0, max, 0xFFF, invalid);
 
 /** Which of the rules that one lookup yields, 0 or 1. */
-using HwAclChainId = Belmo::RangedIndex<HwAclChainIdTraits>;
+BELMO_INDEX(NerioSwitch, HwAclChainId, U8, min, 0, max, 1, min);
 
 /** One rule that a lookup yields. The default is no rule. */
 class BELMO_EXPORT HwAclRule {

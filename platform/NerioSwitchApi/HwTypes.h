@@ -18,20 +18,8 @@ using HwIndex = U32;
 /** Words that a hardware entry holds at most, shadow-only words included. */
 inline constexpr std::size_t maxEntryWords = 8;
 
-struct DataArrayIndexTraits {
-    using Representation = U8;
-    static constexpr Representation min = 0;
-    static constexpr Representation max = maxEntryWords - 1;
-    static constexpr Representation first = min;
-    static constexpr Representation last = max;
-    static constexpr Representation initial = min;
-    static constexpr char const* rangeText =
-        "NerioSwitchApi::DataArrayIndex::value < NerioSwitchApi::DataArrayIndex::min or > "
-        "NerioSwitchApi::DataArrayIndex::max not allowed";
-};
-
 /** Position of a 32-bit word within a hardware entry, 0 to 7. */
-using DataArrayIndex = Belmo::RangedIndex<DataArrayIndexTraits>;
+BELMO_INDEX(NerioSwitchApi, DataArrayIndex, U8, min, 0, max, maxEntryWords - 1, min);
 
 /** How a table is brought up: over a chip whose contents do not count, or over live hardware. */
 enum class StartMode : U8 { cold, warm };

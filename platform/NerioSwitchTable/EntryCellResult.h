@@ -10,20 +10,8 @@
 
 namespace NerioSwitchTable {
 
-struct MaskLengthTraits {
-    using Representation = U8;
-    static constexpr Representation min = 0;
-    static constexpr Representation null = 33;
-    static constexpr Representation first = min;
-    static constexpr Representation last = null;
-    static constexpr Representation initial = null;
-    static constexpr char const* rangeText =
-        "NerioSwitchTable::MaskLength::value < NerioSwitchTable::MaskLength::min or > "
-        "NerioSwitchTable::MaskLength::null not allowed";
-};
-
 /** Length of a mask, 0 to 32; 33 is none. */
-using MaskLength = Belmo::RangedIndex<MaskLengthTraits>;
+BELMO_INDEX(NerioSwitchTable, MaskLength, U8, min, 0, null, 33, null);
 
 /**
  * The forwarding decision of one cell: a next hop, two mask lengths, and the length of the route that owns

@@ -11,20 +11,8 @@
 
 namespace NerioSwitchTable {
 
-struct EntryCellIndexTraits {
-    using Representation = U8;
-    static constexpr Representation min = 0;
-    static constexpr Representation max = 3;
-    static constexpr Representation first = min;
-    static constexpr Representation last = max;
-    static constexpr Representation initial = min;
-    static constexpr char const* rangeText =
-        "NerioSwitchTable::EntryCellIndex::value < NerioSwitchTable::EntryCellIndex::min or > "
-        "NerioSwitchTable::EntryCellIndex::max not allowed";
-};
-
 /** Which of a key's cells, 0 to 3. */
-using EntryCellIndex = Belmo::RangedIndex<EntryCellIndexTraits>;
+BELMO_INDEX(NerioSwitchTable, EntryCellIndex, U8, min, 0, max, 3, min);
 
 /** One cell for each value of the two address bits behind a key. */
 using EntryCells = std::array<EntryCellResult, std::size_t{EntryCellIndex::max} + 1>;
