@@ -57,7 +57,7 @@ public:
 private:
     void skipSpace() {
         auto const begin = rest_.find_first_not_of(" \t");
-        rest_.remove_prefix(begin == rest_.npos ? rest_.size() : begin);
+        rest_.remove_prefix(begin == std::string_view::npos ? rest_.size() : begin);
     }
 
     std::string_view rest_;
@@ -96,7 +96,7 @@ std::vector<FilterRule> filterRulesFromText(Belmo::String const& text) {
         auto const end = std::min(rest.find('\n'), rest.size());
         auto const line = rest.substr(0, end);
         rest.remove_prefix(std::min(end + 1, rest.size()));
-        if (line.find_first_not_of(" \t\r") == line.npos) continue;
+        if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;
         LineReader reader(line);
         FilterRule rule;
         if (!read(reader, rule)) {

@@ -20,7 +20,7 @@ using NerioSwitch::AclHashResult;
 using NerioSwitch::HwAclRule;
 using NerioSwitchApi::StartMode;
 
-constexpr std::size_t rows = 2 * 4096;
+constexpr std::size_t rows = 8192;
 constexpr std::size_t entriesAt45Percent = rows * 45 / 100;
 constexpr double registersPerRow = 5;
 

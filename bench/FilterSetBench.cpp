@@ -28,9 +28,9 @@ struct Tables {
     std::array<Belmo::Ptr<AclHashTable>, 3> tables;
 
     Tables() {
-        for (U8 physTableIdx = 0; physTableIdx < tables.size(); ++physTableIdx) {
-            tables[physTableIdx] = aclHashTableFactory("acl" + std::to_string(physTableIdx), 0, physTableIdx);
-            framework.tableIs(tables[physTableIdx], NerioSwitchApi::StartMode::cold);
+        for (std::size_t i = 0; i < tables.size(); ++i) {
+            tables[i] = aclHashTableFactory("acl" + std::to_string(i), 0, static_cast<U8>(i));
+            framework.tableIs(tables[i], NerioSwitchApi::StartMode::cold);
         }
     }
 };
@@ -140,7 +140,7 @@ namespace NerioBench {
 
 void registerFilterSets() {
     if (options().filterSets.empty()) {
-        for (std::size_t const count : {1000, 10000})
+        for (std::size_t const count : {1000u, 10000u})
             registerLoad("likely" + std::to_string(count), likelyRules(count));
         return;
     }

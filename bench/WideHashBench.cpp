@@ -89,7 +89,7 @@ BENCHMARK(wideNewKeysTo)
 /** New keys on a table that keeps failing: the longest call counts. */
 void wideWorstCallAtTheLimit(benchmark::State& state) {
     auto const geometry = geometryOf(state);
-    auto const keys = randomKeys(geometry.rows() * 2);
+    auto const keys = randomKeys(std::size_t{2} * geometry.rows());
     NerioBench::LongestCall calls;
     for (auto _ : state) {
         Wide wide(geometry);
