@@ -148,6 +148,7 @@ void RouteStage::remove(Id id) {
 }
 
 void RouteStage::routeIs(LpmKey const& route, U16 nexthop) {
+    refill();
     U32 const address = route.prefix().address().hostOrder();
     Id id = groups_.find(route.vrf(), address);
     if (id == RouteGroups::none) id = groups_.add(route.vrf(), address);
@@ -163,11 +164,11 @@ void RouteStage::routeIs(LpmKey const& route, U16 nexthop) {
     }
     if (reconciling_) return;
     program(id);
-    refill();
     if (isNew && groups_[id].place == Place::waiting && observer_) observer_(route, RouteState::waiting);
 }
 
 bool RouteStage::routeDel(LpmKey const& route) {
+    refill();
     Id const id = groups_.find(route.vrf(), route.prefix().address().hostOrder());
     if (id == RouteGroups::none) return false;
     auto& group = groups_[id];
@@ -229,6 +230,7 @@ std::size_t RouteStage::retryWaiting() {
     return placed;
 }
 
+/** Gives rows that became free to waiting keys: at the end of a call, or of the next one if that failed. */
 void RouteStage::refill() {
     while (!freed_.empty()) {
         // Keys that are not ours tie rows together as well: then only trying tells.
