@@ -30,20 +30,33 @@ std::array<Belmo::Ptr<NerioSwitchApi::SwTable>, RouteStages::count> RouteStages:
     return all;
 }
 
-RouteAgent::RouteAgent(RouteStages stages) : stages_(std::move(stages)) {
-    for (auto const& table : stages_.tables())
+namespace {
+
+RouteStages upStages(RouteStages stages) {
+    for (auto const& table : stages.tables())
         BELMO_ASSERT(table && table->initialized());
-    numVrfs_ = stages_.direct->profile()->numVrfs;
-    shortRoutes_ = std::make_unique<ShortRoutes>(stages_.direct, numVrfs_);
-    reconciling_ = shortRoutes_->holdsEntries();
+    return stages;
+}
+
+bool holdEntries(RouteStages const& stages) {
+    return !stages.direct->entries().empty() ||
+           std::any_of(stages.hashed.begin(), stages.hashed.end(),
+                       [](auto const& table) { return !table->entries().empty(); });
+}
+
+}  // namespace
+
+RouteAgent::RouteAgent(RouteStages stages)
+    : stages_(upStages(std::move(stages))),
+      numVrfs_(stages_.direct->profile()->numVrfs),
+      shortRoutes_(std::make_unique<ShortRoutes>(stages_.direct, numVrfs_)),
+      reconciling_(holdEntries(stages_)) {
+    shortRoutes_->reconcilingIs(reconciling_);
     for (std::size_t i = 0; i < hashed_.size(); ++i) {
         hashed_[i] = std::make_unique<RouteStage>(stages_.hashed[i], observer_);
-        reconciling_ = reconciling_ || hashed_[i]->holdsEntries();
         hashed_[i]->adopt();
+        hashed_[i]->reconcilingIs(reconciling_);
     }
-    shortRoutes_->reconcilingIs(reconciling_);
-    for (auto const& stage : hashed_)
-        stage->reconcilingIs(reconciling_);
 }
 
 RouteAgent::~RouteAgent() = default;

@@ -154,7 +154,7 @@ private:
     Observer observer_;
     std::unique_ptr<ShortRoutes> shortRoutes_;
     std::array<std::unique_ptr<RouteStage>, RouteStages::hashing> hashed_;
-    bool reconciling_ = false;
+    bool reconciling_;
 };
 
 }  // namespace Agent

@@ -1,7 +1,5 @@
 #include "agent/RouteGroups.h"
 
-#include <bit>
-
 namespace Agent {
 
 using Lanvo::IpAddr;
@@ -51,7 +49,7 @@ U8 RouteGroups::numberOf(Prefix const& route) const {
 }
 
 LpmKey RouteGroups::routeOf(Id id, U8 number) const {
-    auto const longer = static_cast<U8>(std::bit_width(number + 1u) - 1);
+    U32 const longer = number == 0 ? 0 : number < 3 ? 1 : 2;
     auto const length = static_cast<U8>(baseLen_ + longer);
     U32 const behindKey = number + 1u - (1u << longer);
     return {groups_[id].vrf,

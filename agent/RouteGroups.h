@@ -137,7 +137,7 @@ public:
     using Slot = Dovra::Cuckoo::Slot;
 
     explicit RowLists(U32 rowsPerWay)
-        : rowsPerWay_(rowsPerWay), heads_(ways * rowsPerWay, RouteGroups::none) {}
+        : rowsPerWay_(rowsPerWay), heads_(std::size_t{ways} * rowsPerWay, RouteGroups::none) {}
 
     void link(RouteGroups& groups, Id id);
     void unlink(RouteGroups& groups, Id id);

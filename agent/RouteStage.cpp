@@ -55,7 +55,7 @@ void RouteStage::reconciled() {
     freed_.clear();
     for (Id id = 0; id < groups_.end(); ++id) {
         bool const isToBePlaced = groups_[id].place == Place::none || groups_[id].place == Place::waiting;
-        if (isToBePlaced && !tryPlace(id)) tell(id);
+        if (isToBePlaced) tryPlace(id);
     }
 }
 
@@ -82,7 +82,7 @@ bool RouteStage::hasRow(LpmKey const& key) const {
     return item && item->placed();
 }
 
-/** Moves a group to the lists of its new place, and counts it there. */
+/** Moves a group to the lists of its new place, counts it there, and tells the observer. */
 void RouteStage::placeIs(Id id, Place place) {
     Place const before = std::exchange(groups_[id].place, place);
     if (before == Place::placed) {
@@ -103,6 +103,8 @@ void RouteStage::placeIs(Id id, Place place) {
         ++counts_.waitingKeys;
         counts_.waitingRoutes += routesIn(groups_[id]);
     }
+    bool const hasWaited = before == Place::waiting && place == Place::placed;
+    if (hasWaited || (before != Place::waiting && place == Place::waiting)) tell(id);
 }
 
 /** Hands the group to the table. */
@@ -169,11 +171,12 @@ void RouteStage::routeIs(LpmKey const& route, U16 nexthop) {
     if (isNew) {
         group.routes = static_cast<U8>(group.routes | 1u << number);
         ++counts_.routes;
-        if (group.place == Place::waiting) ++counts_.waitingRoutes;
     }
-    if (reconciling_) return;
-    program(id);
-    if (isNew && groups_[id].place == Place::waiting && observer_) observer_(route, RouteState::waiting);
+    if (isNew && group.place == Place::waiting) {
+        ++counts_.waitingRoutes;
+        if (observer_) observer_(route, RouteState::waiting);
+    }
+    if (!reconciling_) program(id);
 }
 
 bool RouteStage::routeDel(LpmKey const& route) {
@@ -231,9 +234,7 @@ std::size_t RouteStage::retryWaiting() {
     for (Slot slot = 0; slot < waiting_.rowsPerWay(); ++slot) {
         for (Id next = waiting_.first(slot); next != RouteGroups::none;) {
             Id const id = std::exchange(next, waiting_.next(groups_, slot, next));
-            if (!tryPlace(id)) continue;
-            tell(id);
-            ++placed;
+            if (tryPlace(id)) ++placed;
         }
     }
     return placed;
@@ -241,7 +242,7 @@ std::size_t RouteStage::retryWaiting() {
 
 /** Gives rows that became free to waiting keys: at the end of a call, or of the next one if that failed. */
 void RouteStage::refill() {
-    while (!freed_.empty()) {
+    while (!freed_.empty() && !reconciling_) {
         // Keys that are not ours tie rows together as well: then only trying tells.
         bool const isAlone = convertor().rowsInUse() <= placedKeys_;
         if (!refill(freed_.back()) && !isAlone) retryWaiting();
@@ -253,9 +254,7 @@ void RouteStage::refill() {
 bool RouteStage::refill(Slot freed) {
     if (counts_.waitingKeys == 0) return false;
     Id const id = waitingNear(freed);
-    if (id == RouteGroups::none || !tryPlace(id)) return false;
-    tell(id);
-    return true;
+    return id != RouteGroups::none && tryPlace(id);
 }
 
 /** A waiting key with a row from which placed keys lead to the one that became free. */
@@ -280,7 +279,7 @@ RouteStage::Id RouteStage::waitingNear(Slot freed) {
     return found;
 }
 
-/** Tells the observer of all routes of a group whose place has changed. */
+/** Tells the observer what became of all routes of a group. */
 void RouteStage::tell(Id id) const {
     if (!observer_) return;
     for (U8 number = 0; number < RouteGroup::maxRoutes; ++number) {

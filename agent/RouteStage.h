@@ -27,7 +27,6 @@ public:
     /** The observer is the agent's, which may be replaced at any time. */
     RouteStage(Belmo::Ptr<NerioSwitchTable::LpmBaseTable> table, Observer const& observer);
 
-    bool holdsEntries() const { return table_->entries().size() != 0; }
     /** Takes the table's keys over, without routes. */
     void adopt();
     /** While this is on, the table is not touched. */

@@ -41,18 +41,18 @@ U32 ShortRoutes::ownerOf(Vrf const& vrf, U32 node) const {
 
 void ShortRoutes::reconciled() {
     for (std::size_t vrf = 0; vrf < vrfs_.size(); ++vrf)
-        program(static_cast<U8>(vrf), 1);
+        program({static_cast<U8>(vrf), Prefix()});
 }
 
 void ShortRoutes::routeIs(LpmKey const& route, U16 nexthop) {
     auto& vrf = vrfs_[route.vrf()];
     if (vrf.nexthops.empty()) vrf.nexthops.assign(nodes, noNexthop);
-    change(route.vrf(), nodeOf(route.prefix()), nexthop);
+    change(route, nexthop);
 }
 
 bool ShortRoutes::routeDel(LpmKey const& route) {
     bool const was = this->route(route).has_value();
-    if (was || vrfs_[route.vrf()].unsure) change(route.vrf(), nodeOf(route.prefix()), noNexthop);
+    if (was || vrfs_[route.vrf()].unsure) change(route, noNexthop);
     return was;
 }
 
@@ -63,24 +63,27 @@ void ShortRoutes::routeDelAll() {
         routeDel(route);
 }
 
-void ShortRoutes::change(U8 number, U32 node, U16 nexthop) {
-    auto& vrf = vrfs_[number];
-    U16& stored = vrf.nexthops[node];
+void ShortRoutes::change(LpmKey const& route, U16 nexthop) {
+    auto& vrf = vrfs_[route.vrf()];
+    U16& stored = vrf.nexthops[nodeOf(route.prefix())];
     if (stored == nexthop && !vrf.unsure) return;
     if (stored == noNexthop && nexthop != noNexthop) ++routes_;
     if (stored != noNexthop && nexthop == noNexthop) --routes_;
     stored = nexthop;
     if (reconciling_) return;
     // A failure may have left keys of other routes behind.
-    program(number, std::exchange(vrf.unsure, true) ? 1 : node);
+    bool const others = std::exchange(vrf.unsure, true);
+    program(others ? LpmKey(route.vrf(), Prefix()) : route);
     vrf.unsure = false;
 }
 
-/** Brings all keys below a node in line. */
-void ShortRoutes::program(U8 number, U32 node) {
+/** Brings all keys below a prefix in line. */
+void ShortRoutes::program(LpmKey const& covered) {
+    U8 const number = covered.vrf();
     auto const& vrf = vrfs_[number];
-    U32 const keys = nodes / 2 >> (std::bit_width(node) - 1);
-    for (U32 key = node * keys; key < (node + 1) * keys; ++key) {
+    U32 const first = nodes / 2 | covered.prefix().address().hostOrder() >> (32 - keyBits);
+    U32 const keys = 1u << (keyBits - covered.prefix().len());
+    for (U32 key = first; key < first + keys; ++key) {
         LpmKey const stageKey(number, prefixOf(key));
         U32 const owner = ownerOf(vrf, key);
         if (owner == 0) {

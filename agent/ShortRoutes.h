@@ -17,7 +17,6 @@ public:
 
     ShortRoutes(Belmo::Ptr<NerioSwitchTable::Lpm11Table> table, U32 numVrfs);
 
-    bool holdsEntries() const { return table_->entries().size() != 0; }
     /** While this is on, the table is not touched. */
     void reconcilingIs(bool on) { reconciling_ = on; }
     /** Brings the table in line, of which any content may be left over. */
@@ -58,8 +57,8 @@ private:
     static U32 nodeOf(Lanvo::Prefix const& prefix);
     static Lanvo::Prefix prefixOf(U32 node);
     U32 ownerOf(Vrf const& vrf, U32 node) const;
-    void change(U8 vrf, U32 node, U16 nexthop);
-    void program(U8 vrf, U32 node);
+    void change(NerioSwitch::LpmKey const& route, U16 nexthop);
+    void program(NerioSwitch::LpmKey const& covered);
 
     Belmo::Ptr<NerioSwitchTable::Lpm11Table> table_;
     std::vector<Vrf> vrfs_;

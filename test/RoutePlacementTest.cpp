@@ -203,6 +203,11 @@ TEST_P(RoutePlacementTest, AFailedWriteLosesNoRouteAndNoRow) {
     addCrowd();
     std::mt19937_64 random(5);
     auto const& keys = crowdOf(number());
+    std::map<LpmKey, RouteState> told;
+    for (auto const& [key, nexthop] : ladder.routes)
+        told[key] = ladder.agent().routeState(key);
+    ladder.agent().observerIs([&](LpmKey const& route, RouteState state) { told[route] = state; });
+    int failures = 0;
     for (int round = 0; round < 300; ++round) {
         auto const& key = keys[random() % keys.size()];
         bool const isAdded = random() % 2 == 0;
@@ -214,16 +219,23 @@ TEST_P(RoutePlacementTest, AFailedWriteLosesNoRouteAndNoRow) {
             }
         };
         ladder.faulty().faultIs(Chip::Fault::fail, ladder.faulty().writes() + 1 + random() % 30);
+        if (isAdded) told.try_emplace(key, RouteState::placed);
+        if (!isAdded) told.erase(key);
         try {
             change();
         } catch (NerioSwitchApi::BusException const&) {
+            ++failures;
             change();
         }
         if (round % 10 != 0) continue;
         ASSERT_EQ(fault(), "") << round;
     }
     ladder.faulty().faultIs(Chip::Fault::none, 0);
+    EXPECT_GT(failures, 50);
     EXPECT_EQ(fault(), "");
+    EXPECT_EQ(told.size(), ladder.routes.size());
+    for (auto const& [key, state] : told)
+        EXPECT_EQ(ladder.agent().routeState(key), state);
 }
 
 /** One step on one of a crowd's routes. */
