@@ -83,6 +83,25 @@ TEST_P(RoutePlacementTest, RoutesWithoutARowWaitAndAreInNoTable) {
     EXPECT_TRUE(routesThat(RouteState::waiting).empty());
 }
 
+TEST_P(RoutePlacementTest, AStageTellsTheRowsOfAKeyAndWhetherThereIsRoom) {
+    auto& stage = ladder.stage(number());
+    auto const& helper = static_cast<NerioSwitchTable::LpmBaseHelper const&>(*stage.helper());
+    for (auto const& key : crowdOf(number())) {
+        auto const item = stage.createHashEntry(key, false);
+        EXPECT_EQ(helper.rowsOf(key), (Dovra::Cuckoo::Rows{static_cast<U16>(item->getHash(0)),
+                                                           static_cast<U16>(item->getHash(1))}));
+        EXPECT_TRUE(stage.hashConvertor()->hasRoom(helper.rowsOf(key)));
+    }
+    U64 const failures = stage.hashConvertor()->failedPlacements();
+    addCrowd();
+    ladder.takeWriteCount();
+    for (auto const& route : routesThat(RouteState::waiting))
+        EXPECT_FALSE(stage.hashConvertor()->hasRoom(helper.rowsOf(route)));
+    ladder.del(routesThat(RouteState::waiting).front());
+    EXPECT_EQ(ladder.takeWriteCount(), 0u);
+    EXPECT_EQ(stage.hashConvertor()->failedPlacements(), failures);
+}
+
 TEST_P(RoutePlacementTest, AFreedRowGoesToAKeyThatWaits) {
     addCrowd();
     while (!routesThat(RouteState::waiting).empty()) {
