@@ -73,13 +73,13 @@ struct RouteCounts {
  * does.
  *
  * A route whose key finds no row waits here, and is in no stage table. All routes of a key wait together, so
- * no route is ever placed in part. Whenever a call has returned, no waiting key could have been placed:
- * a row that becomes free goes to a key that waits for it, whichever came last. This takes a withdrawal
- * through this agent; rows that others free in shared tables are noticed by `retryWaiting`.
+ * no route is ever placed in part. Whenever a call has returned, no waiting key of its stage could have been
+ * placed: a row that a withdrawal frees goes to a key that waits for it, of several to the one that came
+ * last. Rows that others free in a shared table are noticed by `retryWaiting` alone.
  *
  * Routes refused with `Belmo::RangeException` leave everything as it was. When the bus fails, the agent keeps
  * what is wanted and lets the failure through; the same call, or the next one about routes of that key, tries
- * again.
+ * again, and all that is said above holds once it has returned.
  *
  * Nothing else may change the stage tables while the agent is there, and they outlive it. They must be up.
  */

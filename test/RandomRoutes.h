@@ -29,7 +29,7 @@ inline constexpr RouteLengths evenLengths = [] {
 
 /**
  * Makes up routes in the likeness of a router's: many stand beside the one before, as networks announce
- * their blocks one by one, and some lie within it. The same seed makes the same routes.
+ * their blocks one by one, and some lie near it. The same seed makes the same routes.
  */
 class RandomRoutes {
 public:
