@@ -19,6 +19,7 @@ using Chip::LpmHit;
 using NerioSwitch::ProfileHwApi;
 using NerioSwitchTable::Lpm11Result;
 using NerioSwitchTable::LpmResult;
+using NerioTest::makeEven;
 using NerioTest::packed;
 using NerioTest::routeCell;
 using NerioTest::routeKey;
@@ -27,13 +28,6 @@ using NerioTest::stageCases;
 using Words = std::vector<U32>;
 
 constexpr U32 someAddress = 0xAC10FE97;
-
-void makeEven(Words& words, U32 parityBit) {
-    U32 ones = 0;
-    for (U32 const word : words)
-        ones += static_cast<U32>(__builtin_popcount(word));
-    if (ones % 2 != 0) words[parityBit / 32] ^= 1u << parityBit % 32;
-}
 
 /** A chip, and what its registers are told. */
 class Rows {
@@ -45,11 +39,7 @@ public:
         lookUp.emplace(*chip, *profile);
     }
 
-    U32 vrfBits() const { return profile->numVrfs == 4 ? 2 : profile->numVrfs == 8 ? 3 : 5; }
-    U32 validBit(StageCase const& stage) const {
-        U32 const widths = profile->numVrfs == 4 ? 0 : profile->numVrfs == 8 ? 1 : 2;
-        return stage.number == 1 ? 29 : stage.compareWidths[widths];
-    }
+    U32 validBit(StageCase const& stage) const { return NerioTest::stageValidBit(stage, profile->numVrfs); }
     static U32 rowOf(StageCase const& stage, U8 vrf, U32 address, U8 way) {
         U64 const key = U64{vrf} << stage.baseLen | address >> stage.dipShift;
         auto const* bytes = reinterpret_cast<U8 const*>(&key);
@@ -57,24 +47,9 @@ public:
         return stage.crcLength == 12 ? NerioSwitch::crc12Hash(bytes, way, width)
                                      : NerioSwitch::crc10Hash(bytes, way, width);
     }
-    /** The row of a key whose cells have these encodings. */
     Words row(StageCase const& stage, U8 vrf, U32 address, std::array<U32, 4> const& cells,
               bool cpuTrap = false) const {
-        U32 const base = validBit(stage);
-        auto words = packed(3, {{0, stage.stored, address >> (32 - stage.stored)},
-                                {stage.stored, vrfBits(), vrf},
-                                {base, 1, 1},
-                                {base + 1, 14, cells[0]},
-                                {base + 15, 14, cells[1]},
-                                {base + 29, 14, cells[2]},
-                                {base + 43, 14, cells[3]},
-                                {base + 57, 1, cpuTrap},
-                                {base + 59, 2, cells[0] >> 14},
-                                {base + 61, 2, cells[1] >> 14},
-                                {base + 63, 2, cells[2] >> 14},
-                                {base + 65, 2, cells[3] >> 14}});
-        makeEven(words, base + 58);
-        return words;
+        return NerioTest::stageRow(stage, profile->numVrfs, vrf, address, cells, cpuTrap);
     }
     void write(Words const& words, U32 control, U32 processor = 0) {
         auto const prefix = "ingress/processor_l3[" + std::to_string(processor) + "]/hash_";
