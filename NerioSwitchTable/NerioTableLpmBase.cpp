@@ -22,17 +22,18 @@ constexpr U32 lengthBits = 0x1FFFFFF;
 constexpr U32 bitsPerLength = 6;
 constexpr U32 lengthMask = 0x3F;
 
+/** What is hashed: the key's address bits, and all of the VRF above them. */
+U64 hashNumber(LpmStage const& stage, LpmKey const& key) {
+    U32 const shift = stage.ipv4DipShift();
+    return U64{key.vrf()} << (32 - shift) | key.prefix().address().hostOrder() >> shift;
+}
+
 }  // namespace
 
 LpmBaseTableCuckooEntry::~LpmBaseTableCuckooEntry() = default;
 
-U64 LpmBaseTableCuckooEntry::hashNumber() const {
-    U32 const shift = ipv4DipShift();
-    return U64{key().vrf()} << (32 - shift) | key().prefix().address().hostOrder() >> shift;
-}
-
 U32 LpmBaseTableCuckooEntry::getHash(U8 way) const {
-    U64 const number = hashNumber();
+    U64 const number = hashNumber(stage_, key());
     auto const* const bytes = reinterpret_cast<U8 const*>(&number);
     if (stage_.crcLength == 12) return NerioSwitch::crc12Hash(bytes, way, stage_.keyWidth);
     if (stage_.crcLength == 10) return NerioSwitch::crc10Hash(bytes, way, stage_.keyWidth);
@@ -42,7 +43,7 @@ U32 LpmBaseTableCuckooEntry::getHash(U8 way) const {
 }
 
 HashInput LpmBaseTableCuckooEntry::hashInput() const {
-    U64 const number = hashNumber();
+    U64 const number = hashNumber(stage_, key());
     HashInput input;
     input.bits = stage_.keyWidth;
     std::memcpy(input.bytes.data(), &number, sizeof number);
@@ -92,6 +93,17 @@ LpmBaseHelper::LpmBaseHelper(LpmStage const& stage, U8 numVrfBits)
       layout_(lpmRowLayout(stage, numVrfBits)) {}
 
 LpmBaseHelper::~LpmBaseHelper() = default;
+
+Dovra::Cuckoo::Rows LpmBaseHelper::rowsOf(LpmKey const& key) const {
+    U64 const number = hashNumber(stage_, key);
+    auto const* const bytes = reinterpret_cast<U8 const*>(&number);
+    auto const hashes = stage_.crcLength == 12 ? NerioSwitch::crc12Hashes(bytes, stage_.keyWidth)
+                                               : NerioSwitch::crc10Hashes(bytes, stage_.keyWidth);
+    Dovra::Cuckoo::Rows rows{};
+    for (U8 way = 0; way < LpmStage::ways; ++way)
+        rows[way] = static_cast<U16>(hashes.way(way));
+    return rows;
+}
 
 bool LpmBaseHelper::entryOwned(HwIndex index) const {
     if (!stage_.sharesRows) return NerioTableHashHelper::entryOwned(index);

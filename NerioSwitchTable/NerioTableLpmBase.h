@@ -44,9 +44,6 @@ protected:
         : HashTableItem(key), stage_(stage) {}
 
 private:
-    /** What is hashed: the key's address bits, and all of the VRF above them. */
-    U64 hashNumber() const;
-
     LpmStage const& stage_;
 };
 
@@ -103,6 +100,8 @@ public:
     U32 compareWidth() const { return stage_.compareWidth(numVrfBits_); }
     U32 resultShift() const { return stage_.resultShift(numVrfBits_); }
     U8 hashTableId() const { return stage_.hashTableId; }
+    /** The rows in which the chip looks a key up. */
+    Dovra::Cuckoo::Rows rowsOf(NerioSwitch::LpmKey const& key) const;
 
     bool sharesTable() const override { return stage_.sharesRows; }
     /** Of shared rows those are a stage's that are valid and not of multicast. */

@@ -216,6 +216,10 @@ public:
     Dovra::Cuckoo::CuckooLocation location(HwIndex index) const;
     /** The item in a row; null for a free one. */
     Belmo::Ptr<HashBaseCuckooEntry> const& itemAt(HwIndex index) const { return items_[index]; }
+    /** Whether a key that has these rows would find a place now, with moves where it must. */
+    bool hasRoom(Dovra::Cuckoo::Rows const& rows) {
+        return planner_->plan(rows).outcome == Dovra::Cuckoo::Outcome::placed;
+    }
     /** Rows that hold items. */
     U32 rowsInUse() const { return occupancy_->used() - reservedRows_; }
     MoveHistogram const& moveHistogram() const { return moveHistogram_; }
