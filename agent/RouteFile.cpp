@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "Belmo/Assert.h"
 #include "Sorn/HashMap.h"
 
 #include "NerioSwitchTable/EntryCellResult.h"
@@ -73,11 +74,6 @@ Prefix prefixOf(std::string_view text) {
     return {address, bits};
 }
 
-U8 vrfOf(U64 number) {
-    if (number > 0xFF) refuse(fmt::format("VRF {} is above 255", number));
-    return static_cast<U8>(number);
-}
-
 /** Which next hop a route has, before those that are named have numbers. */
 struct Nexthop {
     bool isNamed;
@@ -131,9 +127,13 @@ private:
 /** What a file's routes come to. */
 class Routes {
 public:
-    explicit Routes(RouteFormat format) { file_.format = format; }
+    Routes(RouteFormat format, U32 vrfs) : vrfs_(vrfs) { file_.format = format; }
 
     Nexthops& nexthops() { return nexthops_; }
+    U8 vrf(U64 number) const {
+        if (number >= vrfs_) refuse(fmt::format("VRF {} is above {}", number, vrfs_ - 1));
+        return static_cast<U8>(number);
+    }
     void reserve(std::size_t count) {
         routes_.reserve(count);
         positions_.reserve(count);
@@ -187,6 +187,7 @@ private:
         U64 metric;
     };
 
+    U32 vrfs_;
     RouteFile file_;
     Nexthops nexthops_;
     std::vector<Read> routes_;
@@ -213,15 +214,15 @@ void takeLine(std::string_view line, U32 number, Routes& routes) {
     U64 vrf = 0;
     if (!vrfText.empty() && !readNumber(vrfText, vrf)) refuse(fmt::format("{} is no VRF", inQuotes(vrfText)));
     U64 nexthop = 0;
-    LpmKey const key(vrfOf(vrf), prefix);
+    LpmKey const key(routes.vrf(vrf), prefix);
     routes.add(key,
                readNumber(nexthopText, nexthop) ? routes.nexthops().numbered(nexthop)
                                                 : routes.nexthops().named(nexthopText),
                number, 0, true);
 }
 
-RouteFile plainRoutes(std::string_view text) {
-    Routes routes(RouteFormat::plain);
+RouteFile plainRoutes(std::string_view text, U32 vrfs) {
+    Routes routes(RouteFormat::plain, vrfs);
     routes.reserve(static_cast<std::size_t>(std::ranges::count(text, '\n')) + 1);
     for (U32 number = 1; !text.empty(); ++number) {
         auto const end = std::min(text.find('\n'), text.size());
@@ -354,7 +355,7 @@ void takeDaemonRoutes(Belmo::String const& prefixText, Json const& entries, U32 
             routes.passedOver();
             continue;
         }
-        LpmKey const key(vrfOf(numberOf(route, "vrfId")), prefix);
+        LpmKey const key(routes.vrf(numberOf(route, "vrfId")), prefix);
         routes.add(key, routes.nexthops().named(daemonNexthop(route)), number);
     }
 }
@@ -376,8 +377,8 @@ Belmo::String routePlace(U32 number, std::string_view prefix) {
                           : fmt::format("route {}, {}", number, inQuotes(prefix));
 }
 
-RouteFile ipRoutes(std::string_view text) {
-    Routes routes(RouteFormat::ipRoute);
+RouteFile ipRoutes(std::string_view text, U32 vrfs) {
+    Routes routes(RouteFormat::ipRoute, vrfs);
     auto const entries = parseJson(text);
     U32 number = 0;
     for (auto const& route : entries) {
@@ -391,8 +392,8 @@ RouteFile ipRoutes(std::string_view text) {
     return routes.finished([](LpmKey const& key, U32 at) { return routePlace(at, key.prefix().text()); });
 }
 
-RouteFile daemonRoutes(std::string_view text) {
-    Routes routes(RouteFormat::showIpRoute);
+RouteFile daemonRoutes(std::string_view text, U32 vrfs) {
+    Routes routes(RouteFormat::showIpRoute, vrfs);
     U32 number = 0;
     forEachMember(text, [&](Belmo::String const& prefix, Json const& entries) {
         ++number;
@@ -404,15 +405,16 @@ RouteFile daemonRoutes(std::string_view text) {
 
 }  // namespace
 
-RouteFile routesFromText(std::string_view text) {
+RouteFile routesFromText(std::string_view text, U32 vrfs) {
+    BELMO_ASSERT(vrfs <= 256);
     auto const first = text.find_first_not_of(" \t\r\n");
-    if (first != text.npos && text[first] == '[') return ipRoutes(text);
-    if (first != text.npos && text[first] == '{') return daemonRoutes(text);
-    return plainRoutes(text);
+    if (first != text.npos && text[first] == '[') return ipRoutes(text, vrfs);
+    if (first != text.npos && text[first] == '{') return daemonRoutes(text, vrfs);
+    return plainRoutes(text, vrfs);
 }
 
-RouteFile readRouteFile(Belmo::String const& path) {
-    return routesFromText(textOfFile(path));
+RouteFile readRouteFile(Belmo::String const& path, U32 vrfs) {
+    return routesFromText(textOfFile(path), vrfs);
 }
 
 }  // namespace Agent

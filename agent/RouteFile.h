@@ -70,11 +70,12 @@ struct RouteFile {
  * The routes of a text, whose format follows from its first character. In `ip` routes, of several for one
  * prefix that with the lowest metric counts; tables other than main, whose VRF nobody knows, are problems.
  * Of a daemon's routes, the selected one of each prefix counts, with the next hops that forward packets.
- * Throws `JsonException` for a text that begins like JSON and is none.
+ * `vrfs` is how many VRFs there are, at most 256. Throws `JsonException` for a text that begins like JSON and
+ * is none.
  */
-RouteFile routesFromText(std::string_view text);
+RouteFile routesFromText(std::string_view text, U32 vrfs = 256);
 /** The routes of a file, which may be packed by gzip; also throws `Belmo::ResourceException` with the reason
  * alone. */
-RouteFile readRouteFile(Belmo::String const& path);
+RouteFile readRouteFile(Belmo::String const& path, U32 vrfs = 256);
 
 }  // namespace Agent

@@ -113,6 +113,12 @@ TEST(PlainRoutes, BadLinesAreToldByNumberAndTheOthersAreRead) {
     EXPECT_EQ(file.problems[2].number, 4u);
 }
 
+TEST(PlainRoutes, TheChipMayHaveFewerVrfs) {
+    auto const file = routesFromText("10.0.0.0/8 1 3\n10.0.0.0/8 1 4\n", 4);
+    EXPECT_THAT(file.routes, ElementsAre(route("10.0.0.0/8", 1, 1, 3)));
+    EXPECT_THAT(problemsOf(file), ElementsAre("line 2: VRF 4 is above 3"));
+}
+
 TEST(PlainRoutes, ARepeatedRouteIsPassedOverAndOneThatContradictsIsAProblem) {
     auto const file = routesFromText(
         "10.0.0.0/8 a\n"
