@@ -78,20 +78,20 @@ LpmResult RouteGroups::resultOf(Id id) const {
     return result;
 }
 
-void RowLists::link(RouteGroups& groups, Id id, Rows const& rows) {
+void RowLists::link(RouteGroups& groups, Id id) {
     for (U8 way = 0; way < ways; ++way) {
-        Id& head = heads_[slotOf(way, rows)];
+        Id& head = heads_[slotOf(way, groups[id])];
         groups[id].links[way] = {head, RouteGroups::none};
         if (head != RouteGroups::none) groups[head].links[way].previous = id;
         head = id;
     }
 }
 
-void RowLists::unlink(RouteGroups& groups, Id id, Rows const& rows) {
+void RowLists::unlink(RouteGroups& groups, Id id) {
     for (U8 way = 0; way < ways; ++way) {
         auto const [next, previous] = groups[id].links[way];
         if (previous == RouteGroups::none) {
-            heads_[slotOf(way, rows)] = next;
+            heads_[slotOf(way, groups[id])] = next;
         } else {
             groups[previous].links[way].next = next;
         }

@@ -13,7 +13,7 @@
 
 /*
  * The routes of one hashing stage, by the key that they share. Most keys have one route, and there may be
- * a million of them, of which the chip holds a small part: what is kept of each is 40 bytes, and 12 to 24 in
+ * a million of them, of which the chip holds a small part: what is kept of each is 44 bytes, and 24 to 48 in
  * the index.
  */
 namespace Agent {
@@ -48,11 +48,13 @@ struct RouteGroup {
     /** A call of the stage failed half way: what it holds of the key may differ. */
     bool unsure = false;
     std::array<U16, maxRoutes> nexthops{};
+    /** The rows of its key, one in each way. */
+    std::array<U16, 2> rows{};
     std::array<Links, 2> links{};
 
     bool has(U8 number) const { return (routes >> number & 1) != 0; }
 };
-static_assert(sizeof(RouteGroup) == 40, "there may be a million of them");
+static_assert(sizeof(RouteGroup) == 44, "there may be a million of them");
 
 /** A pool of groups with an index by key. Groups keep their number; references end when one is added. */
 class RouteGroups {
@@ -67,7 +69,7 @@ public:
 
     /** The group of an address; `none` if there is none. */
     Id find(U8 vrf, U32 address) const;
-    /** A new group for an address that has none. */
+    /** A new group for an address that has none; whoever adds it knows its rows. */
     Id add(U8 vrf, U32 address);
     void del(Id id);
 
@@ -132,14 +134,13 @@ private:
 class RowLists {
 public:
     using Id = RouteGroups::Id;
-    using Rows = Dovra::Cuckoo::Rows;
     using Slot = Dovra::Cuckoo::Slot;
 
     explicit RowLists(U32 rowsPerWay)
         : rowsPerWay_(rowsPerWay), heads_(ways * rowsPerWay, RouteGroups::none) {}
 
-    void link(RouteGroups& groups, Id id, Rows const& rows);
-    void unlink(RouteGroups& groups, Id id, Rows const& rows);
+    void link(RouteGroups& groups, Id id);
+    void unlink(RouteGroups& groups, Id id);
     /** The first group of a row. */
     Id first(Slot slot) const { return heads_[slot]; }
     /** The one behind it. */
@@ -149,7 +150,7 @@ public:
     U32 rowsPerWay() const { return rowsPerWay_; }
     U32 slots() const { return static_cast<U32>(heads_.size()); }
     U8 wayOf(Slot slot) const { return slot < rowsPerWay_ ? 0 : 1; }
-    Slot slotOf(U8 way, Rows const& rows) const { return way * rowsPerWay_ + rows[way]; }
+    Slot slotOf(U8 way, RouteGroup const& group) const { return way * rowsPerWay_ + group.rows[way]; }
 
 private:
     U32 rowsPerWay_;

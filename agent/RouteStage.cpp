@@ -36,7 +36,7 @@ void RouteStage::adopt() {
         keys.push_back(key);
     for (auto const& key : keys) {
         if (hasRow(key)) {
-            placeIs(groups_.add(key.vrf(), key.prefix().address().hostOrder()), Place::placed);
+            placeIs(add(key.vrf(), key.prefix().address().hostOrder()), Place::placed);
         } else {
             // An entry without a row is in nobody's way but ours.
             table_->entryDel(key);
@@ -63,8 +63,18 @@ RouteState RouteStage::stateOf(Id id) const {
     return groups_[id].place == Place::placed && !reconciling_ ? RouteState::placed : RouteState::waiting;
 }
 
-Dovra::Cuckoo::Rows RouteStage::rowsOf(Id id) const {
-    return static_cast<LpmBaseHelper const&>(*table_->helper()).rowsOf(groups_.keyOf(id));
+/** A new group, which knows the rows of its key. */
+RouteStage::Id RouteStage::add(U8 vrf, U32 address) {
+    Id const id = groups_.add(vrf, address);
+    auto const rows = static_cast<LpmBaseHelper const&>(*table_->helper()).rowsOf(groups_.keyOf(id));
+    groups_[id].rows = {rows[0], rows[1]};
+    return id;
+}
+
+/** Whether the group's key would find a row. */
+bool RouteStage::hasRoom(Id id) const {
+    auto const& rows = groups_[id].rows;
+    return convertor().hasRoom({rows[0], rows[1]});
 }
 
 bool RouteStage::hasRow(LpmKey const& key) const {
@@ -75,22 +85,21 @@ bool RouteStage::hasRow(LpmKey const& key) const {
 /** Moves a group to the lists of its new place, and counts it there. */
 void RouteStage::placeIs(Id id, Place place) {
     Place const before = std::exchange(groups_[id].place, place);
-    auto const rows = rowsOf(id);
     if (before == Place::placed) {
-        placed_.unlink(groups_, id, rows);
+        placed_.unlink(groups_, id);
         --placedKeys_;
     }
     if (before == Place::waiting) {
-        waiting_.unlink(groups_, id, rows);
+        waiting_.unlink(groups_, id);
         --counts_.waitingKeys;
         counts_.waitingRoutes -= routesIn(groups_[id]);
     }
     if (place == Place::placed) {
-        placed_.link(groups_, id, rows);
+        placed_.link(groups_, id);
         ++placedKeys_;
     }
     if (place == Place::waiting) {
-        waiting_.link(groups_, id, rows);
+        waiting_.link(groups_, id);
         ++counts_.waitingKeys;
         counts_.waitingRoutes += routesIn(groups_[id]);
     }
@@ -107,7 +116,7 @@ void RouteStage::write(Id id) {
 bool RouteStage::tryPlace(Id id) {
     auto const key = groups_.keyOf(id);
     bool const hasRowYet = groups_[id].unsure && hasRow(key);
-    if (!hasRowYet && !convertor().hasRoom(rowsOf(id))) {
+    if (!hasRowYet && !hasRoom(id)) {
         if (groups_[id].unsure) table_->entryDel(key);
         groups_[id].unsure = false;
         if (groups_[id].place != Place::waiting) placeIs(id, Place::waiting);
@@ -148,9 +157,10 @@ void RouteStage::remove(Id id) {
 }
 
 void RouteStage::routeIs(LpmKey const& route, U16 nexthop) {
+    refill();
     U32 const address = route.prefix().address().hostOrder();
     Id id = groups_.find(route.vrf(), address);
-    if (id == RouteGroups::none) id = groups_.add(route.vrf(), address);
+    if (id == RouteGroups::none) id = add(route.vrf(), address);
     auto& group = groups_[id];
     U8 const number = groups_.numberOf(route.prefix());
     bool const isNew = !group.has(number);
@@ -163,11 +173,11 @@ void RouteStage::routeIs(LpmKey const& route, U16 nexthop) {
     }
     if (reconciling_) return;
     program(id);
-    refill();
     if (isNew && groups_[id].place == Place::waiting && observer_) observer_(route, RouteState::waiting);
 }
 
 bool RouteStage::routeDel(LpmKey const& route) {
+    refill();
     Id const id = groups_.find(route.vrf(), route.prefix().address().hostOrder());
     if (id == RouteGroups::none) return false;
     auto& group = groups_[id];
@@ -229,6 +239,7 @@ std::size_t RouteStage::retryWaiting() {
     return placed;
 }
 
+/** Gives rows that became free to waiting keys: at the end of a call, or of the next one if that failed. */
 void RouteStage::refill() {
     while (!freed_.empty()) {
         // Keys that are not ours tie rows together as well: then only trying tells.
@@ -258,7 +269,7 @@ RouteStage::Id RouteStage::waitingNear(Slot freed) {
         if (found != RouteGroups::none) break;
         auto const otherWay = static_cast<U8>(1 - placed_.wayOf(slot));
         for (Id id = placed_.first(slot); id != RouteGroups::none; id = placed_.next(groups_, slot, id)) {
-            Slot const other = placed_.slotOf(otherWay, rowsOf(id));
+            Slot const other = placed_.slotOf(otherWay, groups_[id]);
             if (walked_.has(other)) continue;
             walked_.add(other);
             walk_.push_back(other);

@@ -65,7 +65,8 @@ private:
 
     RouteState stateOf(Id id) const;
     NerioSwitchApi::PhysicalHashTableConvertor& convertor() const { return *table_->hashConvertor(); }
-    Dovra::Cuckoo::Rows rowsOf(Id id) const;
+    Id add(U8 vrf, U32 address);
+    bool hasRoom(Id id) const;
     bool hasRow(LpmKey const& key) const;
     void placeIs(Id id, Place place);
     bool tryPlace(Id id);

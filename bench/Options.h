@@ -8,6 +8,8 @@ namespace NerioBench {
 struct Options {
     /** A folder of filter sets to load; without it rules are made in their likeness. */
     std::string filterSets;
+    /** A list of routes to load; without it one is made in the likeness of a router's. */
+    std::string routes;
 };
 
 Options& options();
