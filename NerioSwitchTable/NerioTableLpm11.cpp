@@ -37,6 +37,12 @@ MaskLength maskOf(U64 code) {
     return code == 0 ? MaskLength() : MaskLength(static_cast<U8>(Lpm11Row::maskLengthBase - code));
 }
 
+/** Throws `Belmo::RangeException` for a mask length whose code in that field stands for none. */
+void checkMask(BitField const& field, MaskLength length) {
+    U64 const code = maskCode(length) & ((U64{1} << field.width) - 1);
+    if (code > Lpm11Row::maskLengthBase) throw Belmo::RangeException(Lpm11Row::maskRangeText);
+}
+
 Belmo::Ptr<NerioSwitchApi::HitBitReadInfoWrapper> hitBitMapping(Belmo::String const& prefix) {
     auto wrapper = Belmo::make<NerioSwitchApi::HitBitReadInfoWrapper>();
     auto const info = hitBitReadInfoIs(*wrapper, prefix);
@@ -86,7 +92,18 @@ Sorn::TraceHandle const& Lpm11Table::trace() const {
 }
 
 void Lpm11Table::checkEntry(LpmKey const& /*key*/, Lpm11Result const& result) const {
-    result.cellResult().hwEncoding(true, keyBits, {});
+    auto const& cell = result.cellResult();
+    cell.hwEncoding(true, keyBits, {});
+    if (!profile()) return;
+    Lpm11Row const row(profile()->hwApi);
+    checkMask(row.maskLength0, cell.maskLength0());
+    checkMask(row.maskLength1, cell.maskLength1());
+}
+
+void Lpm11Table::doInitDirectTable() {
+    for (auto const& [key, result] : entries())
+        checkEntry(key, result);
+    DirectStatusTable::doInitDirectTable();
 }
 
 Lpm11Convertor::Lpm11Convertor()

@@ -52,6 +52,8 @@ struct Lpm11Row {
     BitField maskLength0;
     BitField maskLength1;
     static constexpr U32 maskLengthBase = 12;
+    static constexpr char const* maskRangeText =
+        "NerioSwitchTable::Lpm11Result::maskLength of 13 to 15 or 29 to 31 not allowed";
     static constexpr U8 words = 3;
     static constexpr U8 controlWord = 1;
     static constexpr U16 control = 32 * controlWord;
@@ -97,7 +99,10 @@ public:
 
 /**
  * Routes of at most 11 bits. Keys are of exactly 11: a shorter route stands under every key that it covers.
- * A next hop that a row cannot carry is refused with `Belmo::RangeException` before anything is stored.
+ * A next hop that a row cannot carry is refused with `Belmo::RangeException` before anything is stored, and
+ * so is a mask length whose code, where the chip's rows have one, could not be read back: the start of a
+ * table refuses what was told before the chip was known. Other mask lengths of 12 and more come back as what
+ * their code stands for, 12 as null.
  */
 class NERIO_SWITCH_TABLE_EXPORT Lpm11Table final : public DirectStatusTable<Lpm11Entry, Lpm11EntryStatus> {
 public:
@@ -108,6 +113,7 @@ public:
 
     U32 swTableId() const override;
     void handleEntry(NerioSwitch::LpmKey const& key) override;
+    void doInitDirectTable() override;
     Belmo::Ptr<DirectBaseConvertor> profileConvertorFactory() const override;
     Sorn::TraceHandle const& trace() const override;
 

@@ -6,6 +6,8 @@
 
 #include "Sorn/CharRange.h"
 
+#include "agent/JsonMembers.h"
+
 namespace Agent {
 
 namespace {
@@ -27,6 +29,27 @@ Belmo::String shortened(Belmo::String const& text) {
     return text.substr(0, end) + "...";
 }
 
+/** What `parse` makes of the text; what it throws for one that is no JSON says where. */
+template <class Parse>
+auto syntaxChecked(std::string_view text, std::size_t firstLine, Parse const& parse) {
+    try {
+        return parse();
+    } catch (Json::parse_error const& error) {
+        auto const end = std::min(error.byte == 0 ? 0 : error.byte - 1, text.size());
+        auto const before = text.substr(0, end);
+        auto const line = firstLine + static_cast<std::size_t>(std::ranges::count(before, '\n'));
+        auto const column = before.size() - (before.rfind('\n') + 1) + 1;
+        throw JsonException(Place(), fmt::format("line {}, column {}: not JSON: {}", line, column,
+                                                 syntaxReason(error.what())));
+    } catch (Json::out_of_range const& error) {
+        // A number that no double holds; the parser keeps its place to itself, but quotes it.
+        std::string_view number = error.what();
+        number = number.substr(std::min(number.find('\''), number.size()));
+        throw JsonException(Place(),
+                            fmt::format("line {}: not JSON: number too large: {}", firstLine, number));
+    }
+}
+
 }  // namespace
 
 Belmo::String Place::text() const {
@@ -45,22 +68,23 @@ Belmo::String Place::text() const {
 }
 
 Json parseJson(std::string_view text, std::size_t firstLine) {
-    try {
-        return Json::parse(text);
-    } catch (Json::parse_error const& error) {
-        auto const end = std::min(error.byte == 0 ? 0 : error.byte - 1, text.size());
-        auto const before = text.substr(0, end);
-        auto const line = firstLine + static_cast<std::size_t>(std::ranges::count(before, '\n'));
-        auto const column = before.size() - (before.rfind('\n') + 1) + 1;
-        throw JsonException(Place(), fmt::format("line {}, column {}: not JSON: {}", line, column,
-                                                 syntaxReason(error.what())));
-    } catch (Json::out_of_range const& error) {
-        // A number that no double holds; the parser keeps its place to itself, but quotes it.
-        std::string_view number = error.what();
-        number = number.substr(std::min(number.find('\''), number.size()));
-        throw JsonException(Place(),
-                            fmt::format("line {}: not JSON: number too large: {}", firstLine, number));
-    }
+    return syntaxChecked(text, firstLine, [&] { return Json::parse(text); });
+}
+
+void forEachMember(std::string_view text,
+                   std::function<void(Belmo::String const& name, Json const& value)> const& take) {
+    // Members are in a map while they are read: in a vector, finding doubles would take quadratic time.
+    using Members = nlohmann::json;
+    using Event = Members::parse_event_t;
+    Belmo::String name;
+    auto const read = [&](int depth, Event event, Members const& parsed) {
+        if (depth != 1) return true;
+        if (event == Event::key) name = parsed.get_ref<Belmo::String const&>();
+        bool const isWhole = event == Event::value || event == Event::array_end || event == Event::object_end;
+        if (isWhole) take(name, Json(parsed));
+        return !isWhole;
+    };
+    syntaxChecked(text, 1, [&] { return Members::parse(text, read); });
 }
 
 Belmo::String shown(Json const& json) {

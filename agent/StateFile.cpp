@@ -59,6 +59,33 @@ std::vector<TableState> tablesFromJson(Json const& json, Place const& place) {
     return tables;
 }
 
+Route routeFromJson(Json const& json, Place const& place) {
+    membersAre(json, {"vrf", "prefix", "nexthop"}, place);
+    Json key = json;
+    key.erase("nexthop");
+    requiredMember(json, "prefix", place);
+    return {fromJson<NerioSwitch::LpmKey>(key, place),
+            numberFromJson(requiredMember(json, "nexthop", place), ~U32{0}, place.member("nexthop"))};
+}
+
+/** Routes, and that no table stands in the way of their stages. */
+std::vector<Route> routesFromJson(Json const& json, Place const& place,
+                                  std::vector<TableState> const& tables) {
+    if (!json.is_array()) refuseKind(json, "an array", place);
+    for (auto const& stage : RouteStages::made().tables()) {
+        for (auto const& table : tables) {
+            if (table.spec.name == stage->name()) {
+                throw JsonException(
+                    place, fmt::format("routes: the table {} belongs to them", shown(Json(table.spec.name))));
+            }
+        }
+    }
+    std::vector<Route> routes;
+    for (auto const& route : json)
+        routes.push_back(routeFromJson(route, place.element(routes.size())));
+    return routes;
+}
+
 }  // namespace
 
 StateFileException::StateFileException(Belmo::String const& path, Belmo::String const& place,
@@ -83,6 +110,11 @@ Json stateToJson(StateFile const& file) {
         table["entries"] = state.entries;
         json["tables"].push_back(std::move(table));
     }
+    for (auto const& route : file.routes) {
+        auto entry = toJson(route.key);
+        entry["nexthop"] = route.nexthop.value();
+        json["routes"].push_back(std::move(entry));
+    }
     return json;
 }
 
@@ -90,7 +122,7 @@ StateFile parseState(Belmo::String const& text, Belmo::String const& path) {
     try {
         Place const root;
         auto const json = parseJson(text);
-        membersAre(json, {"profile", "tables"}, root);
+        membersAre(json, {"profile", "tables", "routes"}, root);
         auto const* profile = optionalMember(json, "profile");
         StateFile file;
         file.path = path;
@@ -98,6 +130,8 @@ StateFile parseState(Belmo::String const& text, Belmo::String const& path) {
             profileFromJson(profile == nullptr ? Json::object() : *profile, root.member("profile"));
         checkPorts(*file.profile, root.member("profile"));
         file.tables = tablesFromJson(requiredMember(json, "tables", root), root.member("tables"));
+        if (auto const* routes = optionalMember(json, "routes"))
+            file.routes = routesFromJson(*routes, root.member("routes"), file.tables);
         return file;
     } catch (JsonException const& failure) {
         throw StateFileException(path, failure.place(), failure.what());

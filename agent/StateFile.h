@@ -6,6 +6,7 @@
 #include "NerioSwitch/ProfileInfo.h"
 
 #include "agent/Families.h"
+#include "agent/RouteAgent.h"
 
 namespace Agent {
 
@@ -19,16 +20,21 @@ struct TableState {
 };
 
 /**
- * A whole switch as a file: a profile and tables with their entries, in the JSON forms of scripts:
+ * A whole switch as a file: a profile, tables with their entries, in the JSON forms of scripts, and routes,
+ * which the stages of the route look-up share out among them:
  *
  *     {"profile": {"preset": "default"},
  *      "tables": [{"family": "portConfig", "name": "ports",
- *                  "entries": [{"key": {"portId": 0}, "result": {"portMode": "trunk"}}]}]}
+ *                  "entries": [{"key": {"portId": 0}, "result": {"portMode": "trunk"}}]}],
+ *      "routes": [{"vrf": 0, "prefix": "10.0.0.0/8", "nexthop": 7}]}
+ *
+ * A file with routes has no tables of the stages' names, "lpm11" to "lpm32".
  */
 struct StateFile {
     Belmo::String path;
     Belmo::Ptr<NerioSwitch::ProfileInfo> profile;
     std::vector<TableState> tables;
+    std::vector<Route> routes;
 };
 
 /** A state file that cannot be taken: one line that names the file, the place in it and what is wrong. */

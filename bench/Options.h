@@ -10,6 +10,8 @@ struct Options {
     std::string filterSets;
     /** A list of routes to load; without it one is made in the likeness of a router's. */
     std::string routes;
+    /** A benchmark found what must not be: the process says so when it ends. */
+    bool hasFailed = false;
 };
 
 Options& options();

@@ -45,5 +45,5 @@ int main(int argc, char** argv) {
     NerioBench::registerRoutes();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    return 0;
+    return NerioBench::options().hasFailed ? 1 : 0;
 }

@@ -11,5 +11,8 @@ enum ExitStatus : int { done = 0, jobFailed = 1, badInput = 2 };
 /** A subcommand adds itself to the command line and runs through its callback, which sets the status. */
 void addRun(CLI::App& app, int& status);
 void addScript(CLI::App& app, int& status);
+void addLookup(CLI::App& app, int& status);
+void addRoutes(CLI::App& app, int& status);
+void addCapacity(CLI::App& app, int& status);
 
 }  // namespace Nerio

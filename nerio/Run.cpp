@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <filesystem>
 #include <fmt/format.h>
-#include <fstream>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -14,6 +13,9 @@
 #include "agent/StateFile.h"
 #include "nerio/CampusExample.h"
 #include "nerio/Commands.h"
+#include "nerio/Guarded.h"
+#include "nerio/KeptSwitch.h"
+#include "nerio/RouteLadder.h"
 #include "nerio/SecondProcess.h"
 #include "nerio/Switch.h"
 #include "nerio/TemporaryDirectory.h"
@@ -37,10 +39,6 @@ struct Options {
     bool json = false;
     std::string warmRestartOf;
 };
-
-std::filesystem::path stateFileIn(std::filesystem::path const& directory) {
-    return directory / "state.json";
-}
 
 StateFile stateOf(Options const& options) {
     return options.stateFile.empty() ? Agent::parseState(campusExample, "examples/campus.json")
@@ -94,6 +92,37 @@ std::vector<TableReport> startTables(Switch& target, StartMode mode, Settle&& se
     return reports;
 }
 
+/** What happened to the routes of a start, and how the rows of their stages stood afterwards. */
+struct RouteReport {
+    RouteLoad load;
+    Agent::Verification verification;
+};
+
+/** What a start came to. */
+struct StartReport {
+    std::vector<TableReport> tables;
+    /** None without routes. */
+    std::optional<RouteReport> routes;
+};
+
+/** Brings the stages of the file's routes up, if it has any, and gives them the routes. */
+std::optional<RouteReport> startRoutes(StateFile const& file, Switch& target, StartMode mode) {
+    if (file.routes.empty()) return std::nullopt;
+    RouteLadder ladder(target, mode);
+    RouteReport report;
+    report.load = ladder.routesAre(file.routes);
+    report.verification = ladder.verify();
+    return report;
+}
+
+Json toJson(std::vector<Agent::Difference> const& differences) {
+    Json all = Json::array();
+    for (auto const& difference : differences) {
+        all.push_back({{"hwTable", difference.hwTable}, {"row", difference.row}, {"text", difference.text}});
+    }
+    return all;
+}
+
 Json toJson(Agent::HashPlacement const& placement) {
     return {{"rowsInUse", placement.rowsInUse},
             {"rows", placement.rows},
@@ -105,11 +134,6 @@ Json toJson(Agent::HashPlacement const& placement) {
 Json toJson(std::vector<TableReport> const& reports) {
     Json tables = Json::array();
     for (auto const& report : reports) {
-        Json differences = Json::array();
-        for (auto const& difference : report.differences) {
-            differences.push_back(
-                {{"hwTable", difference.hwTable}, {"row", difference.row}, {"text", difference.text}});
-        }
         Json table{{"name", report.spec.name},
                    {"family", report.spec.family},
                    {"entries", report.entries},
@@ -117,11 +141,25 @@ Json toJson(std::vector<TableReport> const& reports) {
                    {"rows", report.rows},
                    {"registerWrites", report.registerWrites},
                    {"milliseconds", report.milliseconds},
-                   {"differences", std::move(differences)}};
+                   {"differences", toJson(report.differences)}};
         if (report.placement) table["placement"] = toJson(*report.placement);
         tables.push_back(std::move(table));
     }
     return tables;
+}
+
+Json toJson(RouteReport const& report) {
+    auto json = toJson(report.load);
+    json["verifiedRows"] = report.verification.rows;
+    json["differences"] = toJson(report.verification.differences);
+    return json;
+}
+
+/** "tables", and "routes" where there are any. */
+Json toJson(StartReport const& report) {
+    Json json{{"tables", toJson(report.tables)}};
+    if (report.routes) json["routes"] = toJson(*report.routes);
+    return json;
 }
 
 /** The first columns of a line: the table's name and family, as wide as the widest ones ask for. */
@@ -182,17 +220,35 @@ void printPlacements(Json const& tables) {
     }
 }
 
-/** Prints what does not agree; the number of rows. */
-std::size_t printDifferences(char const* when, Json const& tables) {
-    std::size_t count = 0;
-    for (auto const& table : tables) {
-        for (auto const& difference : table["differences"]) {
-            ++count;
-            fmt::print(stderr, "nerio run: {}: hardware table {} row {}: {}\n", when,
-                       difference["hwTable"].get<std::string>(), difference["row"].get<U64>(),
-                       difference["text"].get<std::string>());
-        }
+/** Register writes of routes, with those that brought their stages up. */
+U64 writesOf(Json const& routes) {
+    return routes["startWrites"].get<U64>() + routes["registerWrites"].get<U64>();
+}
+
+/** Prints how routes came to stand in their stages, if there are any. */
+void printRoutes(Json const& start, char const* verb) {
+    if (!start.contains("routes")) return;
+    auto const& routes = start["routes"];
+    fmt::print("\nroutes: {} of {} {} in {} rows, {} register writes, {:.2f} ms\n",
+               routes["placed"].get<U64>(), routes["routes"].get<U64>(), verb, routes["rowsInUse"].get<U64>(),
+               writesOf(routes), routes["milliseconds"].get<double>());
+}
+
+/** Prints what does not agree in a table or in the routes' stages; the number of rows. */
+std::size_t printDifferences(char const* when, Json const& holder) {
+    for (auto const& difference : holder["differences"]) {
+        fmt::print(stderr, "nerio run: {}: hardware table {} row {}: {}\n", when,
+                   difference["hwTable"].get<std::string>(), difference["row"].get<U64>(),
+                   difference["text"].get<std::string>());
     }
+    return holder["differences"].size();
+}
+
+/** The same of all that was started. */
+std::size_t printAllDifferences(char const* when, Json const& start) {
+    std::size_t count = start.contains("routes") ? printDifferences(when, start["routes"]) : 0;
+    for (auto const& table : start["tables"])
+        count += printDifferences(when, table);
     return count;
 }
 
@@ -220,13 +276,17 @@ U64 entriesWithoutPlace(Json const& tables) {
     return sum;
 }
 
-void printReport(StateFile const& file, Json const& cold, Json const& warm) {
+void printReport(StateFile const& file, Json const& coldStart, Json const& warmStart) {
+    auto const& cold = coldStart["tables"];
+    auto const& warm = warmStart["tables"];
     auto const& profile = *file.profile;
     fmt::print("{}: {} ports, {} pipelines, hardware API {}, on an embedded chip\n\n", profile.profileName(),
                profile.numPorts, profile.numPipelines, profile.hwApi.text());
     printTables("cold start", "entries", cold);
     printPlacements(cold);
+    printRoutes(coldStart, "placed");
     printTables("\nwarm restart, in a second process", "entries adopted", warm);
+    printRoutes(warmStart, "in place");
     auto const missing = sumOf(plain(cold), "entries") - sumOf(plain(warm), "entries");
     if (missing != 0 && missing == sumOf(plain(warm), "defaultEntries")) {
         fmt::print(
@@ -241,31 +301,59 @@ void printReport(StateFile const& file, Json const& cold, Json const& warm) {
     }
 }
 
+/** The last words of a report without differences. */
+void printAgreement(Json const& warm) {
+    auto rows = sumOf(warm["tables"], "rows");
+    auto writes = sumOf(warm["tables"], "registerWrites");
+    if (warm.contains("routes")) {
+        rows += warm["routes"]["verifiedRows"].get<U64>();
+        writes += writesOf(warm["routes"]);
+    }
+    fmt::print("\nsoftware, shadow and chip agree on all {} rows; the warm restart wrote {}\n", rows,
+               writes == 0 ? "nothing" : fmt::format("{} registers", writes));
+}
+
 /** The first process's part: the switch, programmed cold, and kept in the directory. */
 Json programCold(StateFile const& file, std::filesystem::path const& directory) {
     Switch target(file.profile, directory);
     makeTables(file, target);
-    auto const reports = startTables(target, StartMode::cold, [](Agent::JsonTable&) {});
-    std::ofstream stream(stateFileIn(directory));
-    stream << Agent::stateToJson(file).dump(1) << '\n';
-    if (!stream.flush())
-        throw Belmo::ResourceException(stateFileIn(directory).string() + ": cannot be written");
-    return toJson(reports);
+    auto tables = startTables(target, StartMode::cold, [](Agent::JsonTable&) {});
+    StartReport const report{std::move(tables), startRoutes(file, target, StartMode::cold)};
+    keptStateIs(directory, file);
+    return toJson(report);
 }
 
 /** The second process's part: adopts what the shadow holds, then wants every entry of the state again. */
 int restartWarm(std::filesystem::path const& directory) {
-    auto const file = Agent::readStateFile(stateFileIn(directory));
+    auto const file = keptState(directory).value();
     Switch target(file.profile, directory);
     for (auto const& state : file.tables)
         target.tableIs(state.spec);
-    auto const reports = startTables(target, StartMode::warm, [&](Agent::JsonTable& table) {
+    auto tables = startTables(target, StartMode::warm, [&](Agent::JsonTable& table) {
         for (auto const& state : file.tables) {
             if (state.spec.name == table.table()->name()) Agent::applyEntries(file, state, table);
         }
     });
-    fmt::print("{}\n", toJson(reports).dump());
+    StartReport const report{std::move(tables), startRoutes(file, target, StartMode::warm)};
+    fmt::print("{}\n", toJson(report).dump());
     return done;
+}
+
+/** Programs the routes, if there are any, on a chip in memory that has the tables already. */
+void rehearseRoutes(StateFile const& file, Switch& scratch) {
+    if (file.routes.empty()) return;
+    Agent::Place const root;
+    auto const routes = root.member("routes");
+    std::size_t number = 0;
+    try {
+        RouteLadder ladder(scratch, StartMode::cold);
+        for (auto const& route : file.routes) {
+            ladder.agent().routeIs(route.key, route.nexthop);
+            ++number;
+        }
+    } catch (Belmo::RangeException const& failure) {
+        throw Agent::StateFileException(file.path, routes.element(number).text(), failure.what());
+    }
 }
 
 /** Brings the state up on a chip in memory: what cannot be programmed is found before anything is. */
@@ -280,6 +368,14 @@ void rehearse(StateFile const& file) {
         }
         Agent::applyEntries(file, state, table);
     }
+    rehearseRoutes(file, scratch);
+}
+
+void printJson(Json const& cold, Json const& warm, std::size_t differences) {
+    Json report{{"cold", cold["tables"]}, {"warm", warm["tables"]}};
+    if (cold.contains("routes")) report["routes"] = {{"cold", cold["routes"]}, {"warm", warm["routes"]}};
+    report["differences"] = differences;
+    fmt::print("{}\n", report.dump(1));
 }
 
 int runSwitch(Options const& options) {
@@ -297,10 +393,10 @@ int runSwitch(Options const& options) {
     }
     auto const warm = Json::parse(second.output);
 
-    auto const differences =
-        printDifferences("after the cold start", cold) + printDifferences("after the warm restart", warm);
+    auto const differences = printAllDifferences("after the cold start", cold) +
+                             printAllDifferences("after the warm restart", warm);
     if (options.json) {
-        fmt::print("{}\n", Json{{"cold", cold}, {"warm", warm}, {"differences", differences}}.dump(1));
+        printJson(cold, warm, differences);
         return differences == 0 ? done : jobFailed;
     }
     printReport(file, cold, warm);
@@ -308,24 +404,9 @@ int runSwitch(Options const& options) {
         fmt::print("\n{} differences between software, shadow and chip\n", differences);
         return jobFailed;
     }
-    fmt::print(
-        "\nsoftware, shadow and chip agree on all {} rows; the warm restart wrote {}\n", sumOf(warm, "rows"),
-        sumOf(warm, "registerWrites") == 0 ? "nothing"
-                                           : fmt::format("{} registers", sumOf(warm, "registerWrites")));
+    printAgreement(warm);
     if (!temporary) fmt::print("the switch is kept in {}\n", directory.string());
     return done;
-}
-
-int guarded(Options const& options) {
-    try {
-        return options.warmRestartOf.empty() ? runSwitch(options) : restartWarm(options.warmRestartOf);
-    } catch (Agent::StateFileException const& failure) {
-        fmt::print(stderr, "nerio run: {}\n", failure.what());
-        return badInput;
-    } catch (std::exception const& failure) {
-        fmt::print(stderr, "nerio run: {}\n", failure.what());
-        return jobFailed;
-    }
 }
 
 }  // namespace
@@ -337,7 +418,11 @@ void addRun(CLI::App& app, int& status) {
     command->add_option("--switch", options->directory, "Keep the switch in this directory");
     command->add_flag("--json", options->json, "Report as JSON");
     command->add_option("--warm-restart-of", options->warmRestartOf)->group("");
-    command->callback([options, &status] { status = guarded(*options); });
+    command->callback([options, &status] {
+        status = guarded("run", [&] {
+            return options->warmRestartOf.empty() ? runSwitch(*options) : restartWarm(options->warmRestartOf);
+        });
+    });
 }
 
 }  // namespace Nerio

@@ -74,12 +74,27 @@ std::unique_ptr<NerioSwitchApi::TableFramework> Switch::newFramework() const {
     return std::make_unique<NerioSwitchApi::TableFramework>(profile_, bus_, shadows_);
 }
 
-void Switch::start(StartMode mode, Started const& started) {
+Chip::SimulatedChip& Switch::chip() {
+    open();
+    return *chip_;
+}
+
+NerioSwitchApi::ShadowStore& Switch::shadows() {
+    open();
+    return *shadows_;
+}
+
+void Switch::attach(Belmo::Ptr<NerioSwitchApi::SwTable> const& table, StartMode mode) {
     open();
     if (!framework_) framework_ = newFramework();
+    framework_->tableIs(table, mode);
+}
+
+void Switch::start(StartMode mode, Started const& started) {
+    open();
     for (auto const& [spec, table] : tables_) {
         if (table->table()->initialized()) continue;
-        framework_->tableIs(table->table(), mode);
+        attach(table->table(), mode);
         if (started) started(spec, *table);
     }
 }

@@ -41,6 +41,12 @@ public:
 
     /** Attaches and brings up, in order of creation, every table that is not yet up. */
     void start(NerioSwitchApi::StartMode mode, Started const& started = {});
+    /** Brings up a table of whoever calls, who keeps it for as long as this switch is there. */
+    void attach(Belmo::Ptr<NerioSwitchApi::SwTable> const& table, NerioSwitchApi::StartMode mode);
+    /** The chip, which is made by now or here. */
+    Chip::SimulatedChip& chip();
+    /** The shadow of what the chip holds, likewise. */
+    NerioSwitchApi::ShadowStore& shadows();
     /** Starts copies of these tables on a chip in memory: throws what their start would throw. */
     void rehearseStart() const;
     /**

@@ -25,6 +25,9 @@ int runCommand(int argc, char** argv) {
     int status = Nerio::done;
     Nerio::addRun(app, status);
     Nerio::addScript(app, status);
+    Nerio::addRoutes(app, status);
+    Nerio::addCapacity(app, status);
+    Nerio::addLookup(app, status);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

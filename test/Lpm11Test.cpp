@@ -68,6 +68,15 @@ protected:
     Belmo::Duration lastHit(LpmKey const& of) { return table().tableStatus()->entryStatus(of).lastHit(); }
     bool hasStatus(LpmKey const& of) { return table().tableStatus()->entryStatusHas(of); }
     void versionIs(U16 major, U16 minor) { profile().hwApi = ProfileHwApi(major, minor); }
+    /** Expects that the table takes a result, or refuses its mask lengths and stays as it was. */
+    void expectTaken(Lpm11Result const& result, bool taken) {
+        auto const before = table().entry(tens);
+        takeWrites();
+        EXPECT_EQ(failureOf<Belmo::RangeException>([&] { table().entryIs(tens, result); }),
+                  taken ? "" : Lpm11Row::maskRangeText);
+        EXPECT_EQ(table().entry(tens), taken ? result : before);
+        EXPECT_TRUE(taken || takeWriteCount() == 0);
+    }
 };
 
 TEST_F(Lpm11Test, TheDefaultResultIsANullCellThatNoRouteOwns) {
@@ -197,9 +206,40 @@ TEST_F(Lpm11Test, LongerMaskLengthsWrapAround) {
     table().entryIs(tens, withMasks(to(100), 16, 32));
     EXPECT_EQ(chipWord(tensRow) >> 15 & 15, 12u);
     EXPECT_EQ(chipWord(tensRow) >> 19 & 15, 12u);
-    table().entryIs(tens, withMasks(to(100), 13, 24));
-    EXPECT_EQ(chipWord(tensRow) >> 15 & 15, 15u);
+    table().entryIs(tens, withMasks(to(100), 17, 24));
+    EXPECT_EQ(chipWord(tensRow) >> 15 & 15, 11u);
     EXPECT_EQ(chipWord(tensRow) >> 19 & 15, 4u);
+}
+
+TEST_F(Lpm11Test, MaskLengthsThatNoRowCouldGiveBackAreRefused) {
+    for (auto const& [version, masks] : {std::pair{ProfileHwApi(5, 0), 0},
+                                         {ProfileHwApi(5, 1), 1},
+                                         {ProfileHwApi(8, 9), 1},
+                                         {ProfileHwApi(9, 0), 2}}) {
+        SCOPED_TRACE(version.text());
+        profile().hwApi = version;
+        start(StartMode::cold);
+        for (U32 length = 0; length <= 33; ++length) {
+            SCOPED_TRACE(length);
+            bool const readable = length % 16 < 13;  // 33 is null
+            expectTaken(withMasks(to(100), length, 33), readable || masks < 1);
+            expectTaken(withMasks(to(100), 33, length), readable || masks < 2);
+            EXPECT_NO_THROW(restart());
+        }
+    }
+}
+
+TEST_F(Lpm11Test, AMaskLengthToldBeforeTheStartIsRefusedByTheStart) {
+    for (auto const& [version, refused] :
+         {std::pair{ProfileHwApi(5, 0), false}, {ProfileHwApi(5, 1), true}}) {
+        profile().hwApi = version;
+        make();
+        table().entryIs(tens, withMasks(to(100), 13, 33));
+        takeWrites();
+        EXPECT_EQ(failureOf<Belmo::RangeException>([&] { bringUp(StartMode::cold); }),
+                  refused ? Lpm11Row::maskRangeText : "");
+        EXPECT_EQ(takeWriteCount() == 0, refused);
+    }
 }
 
 TEST_F(Lpm11Test, AMaskCodeOf13OrMoreIsARangeFailureOnReading) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <bit>
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
@@ -58,6 +60,44 @@ inline constexpr StageCase stageCases[] = {
     {"lpm32", madeBy<NerioSwitchTable::lpm32TableFactory>, 35, 30, 2, 35, 12, 4096, 0, 18, {20, 21, 23}},
 };
 
+/** Bits of a VRF's number that rows store, where there are 4, 8 or 32 VRFs. */
+constexpr U32 storedVrfBits(U32 vrfs) {
+    return vrfs == 4 ? 2 : vrfs == 8 ? 3 : 5;
+}
+
+/** The bit of `valid` in a stage's rows, from literal widths. */
+constexpr U32 stageValidBit(StageCase const& stage, U32 vrfs) {
+    return stage.number == 1 ? 29 : stage.compareWidths[vrfs == 4 ? 0 : vrfs == 8 ? 1 : 2];
+}
+
+/** Turns that bit over if the words hold an odd number of ones. */
+inline void makeEven(std::vector<U32>& words, U32 parityBit) {
+    int ones = 0;
+    for (U32 const word : words)
+        ones += std::popcount(word);
+    if (ones % 2 != 0) words[parityBit / 32] ^= U32{1} << parityBit % 32;
+}
+
+/** The data words of a stage's valid row, from literal positions; `cells` are encodings. */
+inline std::vector<U32> stageRow(StageCase const& stage, U32 vrfs, U8 vrf, U32 address,
+                                 std::array<U32, 4> const& cells, bool cpuTrap = false) {
+    U32 const base = stageValidBit(stage, vrfs);
+    auto words = packed(3, {{0, stage.stored, address >> (32 - stage.stored)},
+                            {stage.stored, storedVrfBits(vrfs), vrf},
+                            {base, 1, 1},
+                            {base + 1, 14, cells[0]},
+                            {base + 15, 14, cells[1]},
+                            {base + 29, 14, cells[2]},
+                            {base + 43, 14, cells[3]},
+                            {base + 57, 1, cpuTrap},
+                            {base + 59, 2, cells[0] >> 14},
+                            {base + 61, 2, cells[1] >> 14},
+                            {base + 63, 2, cells[2] >> 14},
+                            {base + 65, 2, cells[3] >> 14}});
+    makeEven(words, base + 58);
+    return words;
+}
+
 inline void PrintTo(StageCase const& stage, std::ostream* stream) {
     *stream << stage.family;
 }
@@ -79,12 +119,8 @@ protected:
     NerioSwitchTable::LpmBaseHelper& helper() {
         return static_cast<NerioSwitchTable::LpmBaseHelper&>(*table().helper());
     }
-    U32 vrfBits() { return profile().numVrfs == 4 ? 2 : profile().numVrfs == 8 ? 3 : 5; }
-    /** The bit of `valid`, counted from literal widths. */
-    U32 validBit() {
-        if (stage_.number == 1) return 29;
-        return stage_.compareWidths[profile().numVrfs == 4 ? 0 : profile().numVrfs == 8 ? 1 : 2];
-    }
+    U32 vrfBits() { return storedVrfBits(profile().numVrfs); }
+    U32 validBit() { return stageValidBit(stage_, profile().numVrfs); }
     /** A key of the stage, its address from the highest bits of `address`. */
     NerioSwitch::LpmKey key(U8 vrf, U32 address) const {
         auto const length = static_cast<U8>(stage_.baseLen);

@@ -50,6 +50,8 @@ public:
     }
 
     Agent::RouteAgent& agent() { return *agent_; }
+    Chip::SimulatedChip& chip() { return *chip_; }
+    NerioSwitch::ProfileInfo const& profile() const { return *profile_; }
     NerioSwitchTable::Lpm11Table& direct() { return *stages_.direct; }
     /** The hashing stage of that number in `stageCases`. */
     NerioSwitchTable::LpmBaseTable& stage(std::size_t number) { return *stages_.hashed[number]; }
