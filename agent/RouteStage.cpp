@@ -261,7 +261,7 @@ bool RouteStage::refill(Slot freed) {
 RouteStage::Id RouteStage::waitingNear(Slot freed) {
     Id found = RouteGroups::none;
     walk_.assign(1, freed);
-    walked_.add(freed);
+    walked_[freed] = true;
     for (std::size_t at = 0; at < walk_.size(); ++at) {
         Slot const slot = walk_[at];
         found = waiting_.first(slot);
@@ -269,13 +269,13 @@ RouteStage::Id RouteStage::waitingNear(Slot freed) {
         auto const otherWay = static_cast<U8>(1 - placed_.wayOf(slot));
         for (Id id = placed_.first(slot); id != RouteGroups::none; id = placed_.next(groups_, slot, id)) {
             Slot const other = placed_.slotOf(otherWay, groups_[id]);
-            if (walked_.has(other)) continue;
-            walked_.add(other);
+            if (walked_[other]) continue;
+            walked_[other] = true;
             walk_.push_back(other);
         }
     }
     for (Slot const slot : walk_)
-        walked_.remove(slot);
+        walked_[slot] = false;
     return found;
 }
 

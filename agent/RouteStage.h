@@ -89,7 +89,7 @@ private:
     std::vector<Slot> freed_;
     /** The rows of a walk. */
     std::vector<Slot> walk_;
-    Dovra::Cuckoo::SlotMarks walked_;
+    std::vector<bool> walked_;
     bool reconciling_ = false;
 };
 
