@@ -46,7 +46,7 @@ struct Ladder {
         for (auto const& table : stages.tables())
             framework.tableIs(table, NerioSwitchApi::StartMode::cold);
     }
-    void load(std::vector<Route> const& routes) {
+    void load(std::vector<Route> const& routes) const {
         for (auto const& route : routes)
             agent->routeIs(route.key, route.nexthop);
     }
