@@ -50,7 +50,7 @@ bool readNumber(std::string_view digits, U64& number) {
 }
 
 bool isIpv6(std::string_view text) {
-    return text.find(':') != text.npos;
+    return text.find(':') != std::string_view::npos;
 }
 
 /** "10.0.0.0/8", "10.0.0.1" for all 32 bits, or "default". */
@@ -264,7 +264,7 @@ Belmo::String pathName(std::string_view address, std::string_view interface) {
 /** One name for all paths of a route. */
 Belmo::String nameOf(std::vector<Belmo::String> paths) {
     std::ranges::sort(paths);
-    paths.erase(std::ranges::unique(paths).begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
     return fmt::format("{}", fmt::join(paths, ", "));
 }
 
@@ -408,8 +408,8 @@ RouteFile daemonRoutes(std::string_view text, U32 vrfs) {
 RouteFile routesFromText(std::string_view text, U32 vrfs) {
     BELMO_ASSERT(vrfs <= 256);
     auto const first = text.find_first_not_of(" \t\r\n");
-    if (first != text.npos && text[first] == '[') return ipRoutes(text, vrfs);
-    if (first != text.npos && text[first] == '{') return daemonRoutes(text, vrfs);
+    if (first != std::string_view::npos && text[first] == '[') return ipRoutes(text, vrfs);
+    if (first != std::string_view::npos && text[first] == '{') return daemonRoutes(text, vrfs);
     return plainRoutes(text, vrfs);
 }
 

@@ -80,8 +80,9 @@ std::optional<U8> lengthOf(Switch& target, Chip::LpmHit const& hit) {
     }
     if (!stored) return std::nullopt;
     auto const words = memory.row(row);
-    for (U8 i = 0; i < words.size(); ++i) {
-        if (stored->data(i) != words[i]) return std::nullopt;
+    U8 position = 0;
+    for (U32 const word : words) {
+        if (stored->data(position++) != word) return std::nullopt;
     }
     auto const lengths = stored->data(hit.stage == 11 ? 2 : NerioSwitchTable::LpmRowLayout::lengthsWord);
     auto const length = static_cast<U8>(lengths >> (6 * hit.cell) & 0x3F);
