@@ -105,6 +105,14 @@ NatRewriteResult resultIn(U32 const* words) {
         .checksumCorrectionIs(static_cast<U16>(NatRewriteRow::checksum.get(words)));
 }
 
+/** The item of a row where there is no table to keep it. */
+Belmo::Ptr<NatRewriteTableCuckooEntry> loneItemOf(NatRewriteKey const& key, NatRewriteResult const& result) {
+    auto item = Belmo::make<NatRewriteTableCuckooEntry>(key);
+    item->resultIs(result);
+    item->validIs(result.valid());
+    return item;
+}
+
 }  // namespace
 
 Belmo::String NatRewriteKey::stringValue() const {
@@ -241,7 +249,10 @@ NatRewriteHelper::Ptr NatRewriteHelper::nullHashEntry() {
 
 NatRewriteHelper::Ptr NatRewriteHelper::decodeHwEntry(HwIndex index) {
     auto const words = storedWords(index);
-    auto const item = itemOf(keyIn(words.data()), resultIn(words.data()));
+    auto const key = keyIn(words.data());
+    auto const result = resultIn(words.data());
+    if (swTable() == nullptr) return loneItemOf(key, result);
+    auto const item = itemOf(key, result);
     auto const stashedSession = NatRewriteRow::session.get(words.data());
     checkItem(*item, index, words, stashedSession >> rowBits == NatRewriteCompare::session.get(words.data()));
     return item;
