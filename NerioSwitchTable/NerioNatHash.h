@@ -5,6 +5,7 @@
 
 #include "NerioSwitchTable/BitField.h"
 #include "NerioSwitchTable/Export.h"
+#include "NerioSwitchTable/NerioTableHash.h"
 #include "NerioSwitchTable/NerioTableHashConvertor.h"
 #include "NerioSwitchTable/NerioTableHashHelper.h"
 
@@ -66,6 +67,41 @@ struct NatMatchResultFields {
 private:
     /** The set as two bits; a number that is no set of the two protocols is traced, and holds neither. */
     static U8 protoToHwVal(NerioSwitch::NatL4Proto proto, Sorn::TraceHandle const& handle);
+};
+
+/** Base of these tables, each of which belongs to a pipeline. */
+template <class ItemType, class EntryStatus>
+class NatHashTable : public HashTable<ItemType, EntryStatus> {
+public:
+    using Base = HashTable<ItemType, EntryStatus>;
+    using Item = ItemType;
+    using Key = typename Item::Key;
+
+    U8 pipeline() const { return pipeline_; }
+
+    /** The key's item, made if it is missing. */
+    virtual Belmo::Ptr<Item> createHashItem(Key const& key) = 0;
+    Belmo::Ptr<Item> createHashEntry(Key const& key, bool cached) final {
+        return cached ? createHashItem(key) : this->newItem(key);
+    }
+    /** The key's item; null if there is none. */
+    Belmo::Ptr<Item> hashItem(Key const& key) const { return this->cachedItem(key); }
+    void hashItemDel(Key const& key) { this->cachedItemDel(key); }
+    void hashItemDelAll() { this->cachedItemDelAll(); }
+
+    Sorn::TraceHandle const& trace() const override { return trace_; }
+
+protected:
+    NatHashTable(Belmo::String const& name, U8 pipeline, bool hasHitBits, Sorn::TraceHandle const& trace)
+        : Base(name), trace_(trace), pipeline_(pipeline) {
+        this->statusSupportedIs(true);
+        this->hitBitsSupportedIs(hasHitBits);
+        this->hwTablesDuplicateIs(true);
+    }
+
+private:
+    Sorn::TraceHandle const& trace_;
+    U8 pipeline_;
 };
 
 /** Base of the helpers of these tables. */

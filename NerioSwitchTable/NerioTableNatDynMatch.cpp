@@ -155,27 +155,23 @@ NatDynMatchPhysicalHashProperties::NatDynMatchPhysicalHashProperties(U32 tableId
 NatDynMatchPhysicalHashProperties::~NatDynMatchPhysicalHashProperties() = default;
 
 NatDynMatchTable::NatDynMatchTable(Belmo::String const& name, U8 pipeline)
-    : HashTable(name), pipeline_(pipeline) {
-    statusSupportedIs(true);
-    hitBitsSupportedIs(true);
-    hwTablesDuplicateIs(true);
-}
+    : NatHashTable(name, pipeline, true, handle) {}
 
 NatDynMatchTable::~NatDynMatchTable() = default;
 
 Belmo::Ptr<NatDynMatchTableCuckooEntry> NatDynMatchTable::createHashItem(NatMatchKey const& key) {
-    SORN_TRACE(handle, 8, "createHashItem {} pipeline={}", key.stringValue(), pipeline_);
-    auto const cuckooEntry = hashItemIs(key);
+    SORN_TRACE(handle, 8, "createHashItem {} pipeline={}", key.stringValue(), pipeline());
+    auto cuckooEntry = hashItemIs(key);
     BELMO_ASSERT(cuckooEntry);
     return cuckooEntry;
 }
 
 U32 NatDynMatchTable::swTableId() const {
-    return tableIndex + pipeline_;
+    return tableIndex + pipeline();
 }
 
 Belmo::Ptr<NerioSwitchApi::PhysicalHashTableConvertor> NatDynMatchTable::profileConvertorFactory() const {
-    return Belmo::make<NatDynMatchConvertor>(pipeline_);
+    return Belmo::make<NatDynMatchConvertor>(pipeline());
 }
 
 Belmo::Ptr<NerioSwitchApi::HashBaseHelper> NatDynMatchTable::hashBaseHelperFactory() const {
@@ -184,10 +180,6 @@ Belmo::Ptr<NerioSwitchApi::HashBaseHelper> NatDynMatchTable::hashBaseHelperFacto
 
 Belmo::Ptr<NatDynMatchTableCuckooEntry> NatDynMatchTable::newItem(NatMatchKey const& key) const {
     return Belmo::make<NatDynMatchTableCuckooEntry>(key);
-}
-
-Sorn::TraceHandle const& NatDynMatchTable::trace() const {
-    return handle;
 }
 
 NatDynMatchHelper::NatDynMatchHelper() : NatHashHelper(tableIndex) {}

@@ -64,36 +64,23 @@ public:
  * of a key of type 0 they say type 6.
  */
 class NERIO_SWITCH_TABLE_EXPORT NatDynMatchTable final
-    : public HashTable<NatDynMatchTableCuckooEntry, NatMatchEntryStatus> {
+    : public NatHashTable<NatDynMatchTableCuckooEntry, NatMatchEntryStatus> {
 public:
     NatDynMatchTable(Belmo::String const& name, U8 pipeline);
     ~NatDynMatchTable() override;
 
-    U8 pipeline() const { return pipeline_; }
-
-    /** The key's item, made if it is missing. */
-    Belmo::Ptr<NatDynMatchTableCuckooEntry> createHashItem(NatMatchKey const& key);
-    Belmo::Ptr<NatDynMatchTableCuckooEntry> createHashEntry(NatMatchKey const& key, bool cached) override {
-        return cached ? createHashItem(key) : newItem(key);
-    }
-    Belmo::Ptr<NatDynMatchTableCuckooEntry> hashItem(NatMatchKey const& key) const { return cachedItem(key); }
+    Belmo::Ptr<NatDynMatchTableCuckooEntry> createHashItem(NatMatchKey const& key) override;
     Belmo::Ptr<NatDynMatchTableCuckooEntry> hashItemIs(NatMatchKey const& key) {
         return HashTable::createHashEntry(key, true);
     }
-    void hashItemDel(NatMatchKey const& key) { cachedItemDel(key); }
-    void hashItemDelAll() { cachedItemDelAll(); }
 
     U32 swTableId() const override;
     Belmo::Ptr<NerioSwitchApi::PhysicalHashTableConvertor> profileConvertorFactory() const override;
     Belmo::Ptr<NerioSwitchApi::HashBaseHelper> hashBaseHelperFactory() const override;
-    Sorn::TraceHandle const& trace() const override;
 
 protected:
     Belmo::Ptr<NatDynMatchTableCuckooEntry> newItem(NatMatchKey const& key) const override;
     char const* className() const override { return "NatDynMatchTable"; }
-
-private:
-    U8 pipeline_;
 };
 
 /** Lays items of the dynamic match table out. */

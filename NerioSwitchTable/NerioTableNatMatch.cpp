@@ -70,10 +70,10 @@ struct NatMatchRow {
                           result.rewriteIndex,
                           control.row,
                           control.unused,
-                          control.way,
-                          control.readStrobe,
-                          control.writeStrobe,
-                          control.select};
+                          NatMatchControl::way,
+                          NatMatchControl::readStrobe,
+                          NatMatchControl::writeStrobe,
+                          NatMatchControl::select};
     }
 
 private:
@@ -215,16 +215,13 @@ NatMatchPhysicalHashProperties::NatMatchPhysicalHashProperties(U32 tableId)
 
 NatMatchPhysicalHashProperties::~NatMatchPhysicalHashProperties() = default;
 
-NatMatchTable::NatMatchTable(Belmo::String const& name, U8 pipeline) : HashTable(name), pipeline_(pipeline) {
-    statusSupportedIs(true);
-    hitBitsSupportedIs(true);
-    hwTablesDuplicateIs(true);
-}
+NatMatchTable::NatMatchTable(Belmo::String const& name, U8 pipeline)
+    : NatHashTable(name, pipeline, true, handle) {}
 
 NatMatchTable::~NatMatchTable() = default;
 
 Belmo::Ptr<NatMatchTableCuckooEntry> NatMatchTable::createHashItem(NatMatchKey const& key) {
-    auto const cuckooEntry = hashItemIs(key, hasFilterMask());
+    auto cuckooEntry = hashItemIs(key, hasFilterMask());
     BELMO_ASSERT(cuckooEntry);
     return cuckooEntry;
 }
@@ -241,11 +238,11 @@ Belmo::Ptr<NatMatchTableCuckooEntry> NatMatchTable::hashItemIs(NatMatchKey const
 }
 
 U32 NatMatchTable::swTableId() const {
-    return tableIndex + (pipeline_ >> 1);
+    return tableIndex + (pipeline() >> 1);
 }
 
 Belmo::Ptr<NerioSwitchApi::PhysicalHashTableConvertor> NatMatchTable::profileConvertorFactory() const {
-    return Belmo::make<NatMatchConvertor>(pipeline_);
+    return Belmo::make<NatMatchConvertor>(pipeline());
 }
 
 Belmo::Ptr<NerioSwitchApi::HashBaseHelper> NatMatchTable::hashBaseHelperFactory() const {
@@ -254,10 +251,6 @@ Belmo::Ptr<NerioSwitchApi::HashBaseHelper> NatMatchTable::hashBaseHelperFactory(
 
 Belmo::Ptr<NatMatchTableCuckooEntry> NatMatchTable::newItem(NatMatchKey const& key) const {
     return Belmo::make<NatMatchTableCuckooEntry>(key, hasFilterMask());
-}
-
-Sorn::TraceHandle const& NatMatchTable::trace() const {
-    return handle;
 }
 
 bool NatMatchTable::hasFilterMask() const {

@@ -72,28 +72,18 @@ public:
  * at its end.
  */
 class NERIO_SWITCH_TABLE_EXPORT NatMatchTable final
-    : public HashTable<NatMatchTableCuckooEntry, NatMatchEntryStatus> {
+    : public NatHashTable<NatMatchTableCuckooEntry, NatMatchEntryStatus> {
 public:
     NatMatchTable(Belmo::String const& name, U8 pipeline);
     ~NatMatchTable() override;
 
-    U8 pipeline() const { return pipeline_; }
-
-    /** The key's item, made if it is missing, for the profile at hand. */
-    Belmo::Ptr<NatMatchTableCuckooEntry> createHashItem(NatMatchKey const& key);
-    Belmo::Ptr<NatMatchTableCuckooEntry> createHashEntry(NatMatchKey const& key, bool cached) override {
-        return cached ? createHashItem(key) : newItem(key);
-    }
-    Belmo::Ptr<NatMatchTableCuckooEntry> hashItem(NatMatchKey const& key) const { return cachedItem(key); }
-    /** The same, made if it is missing; one of the other kind of filter is a programming error. */
+    Belmo::Ptr<NatMatchTableCuckooEntry> createHashItem(NatMatchKey const& key) override;
+    /** The key's item, made if it is missing; one of the other kind of filter is a programming error. */
     Belmo::Ptr<NatMatchTableCuckooEntry> hashItemIs(NatMatchKey const& key, bool hasFilterMask);
-    void hashItemDel(NatMatchKey const& key) { cachedItemDel(key); }
-    void hashItemDelAll() { cachedItemDelAll(); }
 
     U32 swTableId() const override;
     Belmo::Ptr<NerioSwitchApi::PhysicalHashTableConvertor> profileConvertorFactory() const override;
     Belmo::Ptr<NerioSwitchApi::HashBaseHelper> hashBaseHelperFactory() const override;
-    Sorn::TraceHandle const& trace() const override;
 
 protected:
     Belmo::Ptr<NatMatchTableCuckooEntry> newItem(NatMatchKey const& key) const override;
@@ -101,8 +91,6 @@ protected:
 
 private:
     bool hasFilterMask() const;
-
-    U8 pipeline_;
 };
 
 /** Lays items of the match table out. */

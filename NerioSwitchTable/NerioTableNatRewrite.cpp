@@ -172,27 +172,23 @@ NatRewritePhysicalHashProperties::NatRewritePhysicalHashProperties(U32 tableId)
 NatRewritePhysicalHashProperties::~NatRewritePhysicalHashProperties() = default;
 
 NatRewriteTable::NatRewriteTable(Belmo::String const& name, U8 pipeline)
-    : HashTable(name), pipeline_(pipeline) {
-    statusSupportedIs(true);
-    hitBitsSupportedIs(false);
-    hwTablesDuplicateIs(true);
-}
+    : NatHashTable(name, pipeline, false, handle) {}
 
 NatRewriteTable::~NatRewriteTable() = default;
 
 Belmo::Ptr<NatRewriteTableCuckooEntry> NatRewriteTable::createHashItem(NatRewriteKey const& key) {
-    SORN_TRACE(handle, 8, "createHashItem {} egressPipe={}", key.stringValue(), pipeline_);
-    auto const cuckooEntry = hashItemIs(key);
+    SORN_TRACE(handle, 8, "createHashItem {} egressPipe={}", key.stringValue(), pipeline());
+    auto cuckooEntry = hashItemIs(key);
     BELMO_ASSERT(cuckooEntry);
     return cuckooEntry;
 }
 
 U32 NatRewriteTable::swTableId() const {
-    return tableIndex + pipeline_;
+    return tableIndex + pipeline();
 }
 
 Belmo::Ptr<NerioSwitchApi::PhysicalHashTableConvertor> NatRewriteTable::profileConvertorFactory() const {
-    return Belmo::make<NatRewriteConvertor>(pipeline_);
+    return Belmo::make<NatRewriteConvertor>(pipeline());
 }
 
 Belmo::Ptr<NerioSwitchApi::HashBaseHelper> NatRewriteTable::hashBaseHelperFactory() const {
@@ -201,10 +197,6 @@ Belmo::Ptr<NerioSwitchApi::HashBaseHelper> NatRewriteTable::hashBaseHelperFactor
 
 Belmo::Ptr<NatRewriteTableCuckooEntry> NatRewriteTable::newItem(NatRewriteKey const& key) const {
     return Belmo::make<NatRewriteTableCuckooEntry>(key);
-}
-
-Sorn::TraceHandle const& NatRewriteTable::trace() const {
-    return handle;
 }
 
 NatRewriteHelper::NatRewriteHelper() : NatHashHelper(tableIndex) {}

@@ -90,38 +90,23 @@ public:
 
 /** Rewrites of one pipeline. The row of a result that is not `valid` is an empty one to hardware. */
 class NERIO_SWITCH_TABLE_EXPORT NatRewriteTable final
-    : public HashTable<NatRewriteTableCuckooEntry, NatRewriteEntryStatus> {
+    : public NatHashTable<NatRewriteTableCuckooEntry, NatRewriteEntryStatus> {
 public:
     NatRewriteTable(Belmo::String const& name, U8 pipeline);
     ~NatRewriteTable() override;
 
-    U8 pipeline() const { return pipeline_; }
-
-    /** The key's item, made if it is missing. */
-    Belmo::Ptr<NatRewriteTableCuckooEntry> createHashItem(NatRewriteKey const& key);
-    Belmo::Ptr<NatRewriteTableCuckooEntry> createHashEntry(NatRewriteKey const& key, bool cached) override {
-        return cached ? createHashItem(key) : newItem(key);
-    }
-    Belmo::Ptr<NatRewriteTableCuckooEntry> hashItem(NatRewriteKey const& key) const {
-        return cachedItem(key);
-    }
+    Belmo::Ptr<NatRewriteTableCuckooEntry> createHashItem(NatRewriteKey const& key) override;
     Belmo::Ptr<NatRewriteTableCuckooEntry> hashItemIs(NatRewriteKey const& key) {
         return HashTable::createHashEntry(key, true);
     }
-    void hashItemDel(NatRewriteKey const& key) { cachedItemDel(key); }
-    void hashItemDelAll() { cachedItemDelAll(); }
 
     U32 swTableId() const override;
     Belmo::Ptr<NerioSwitchApi::PhysicalHashTableConvertor> profileConvertorFactory() const override;
     Belmo::Ptr<NerioSwitchApi::HashBaseHelper> hashBaseHelperFactory() const override;
-    Sorn::TraceHandle const& trace() const override;
 
 protected:
     Belmo::Ptr<NatRewriteTableCuckooEntry> newItem(NatRewriteKey const& key) const override;
     char const* className() const override { return "NatRewriteTable"; }
-
-private:
-    U8 pipeline_;
 };
 
 /** Lays rewrite items out. */

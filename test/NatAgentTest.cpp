@@ -3,6 +3,7 @@
 
 #include "CrowdedKeys.h"
 #include "FailureText.h"
+#include "Ipv4Packet.h"
 #include "NatSwitch.h"
 
 namespace {
@@ -13,6 +14,7 @@ using NerioSwitchApi::StartMode;
 using NerioSwitchTable::NatMatchKey;
 using NerioSwitchTable::NatRewriteKey;
 using NerioTest::ip;
+using NerioTest::Ipv4Packet;
 using NerioTest::NatSwitch;
 using testing::Each;
 using testing::ElementsAre;
@@ -279,6 +281,30 @@ TEST_F(NatAgentTest, ATranslationOfOtherWayOutThatIsToldAfterARestartTakesNoHeld
     nat.agent->othersDel();
     EXPECT_THAT(nat.entries(), Each(2u));
     EXPECT_THAT(nat.rowsInUse(), Each(2u));
+}
+
+TEST(NatAgentBeforeVersion10Test, AFilterThatComesBackAsAnotherIsReplacedWithoutAGap) {
+    NatSwitch nat({9, 9});
+    auto const translation = NatTranslation()
+                                 .insideIs(ip(10, 0, 0, 5))
+                                 .outsideIs(ip(192, 0, 2, 1))
+                                 .profileIs(3)
+                                 .filterPfxIs({ip(198, 51, 100, 0), 24});
+    auto const isTranslated = [&] {
+        Ipv4Packet packet(Ipv4Packet::tcp, {ip(10, 0, 0, 5), 99}, {ip(198, 51, 100, 7), 80}, {1, 2});
+        bool const translated = nat.translate(packet.bytes, 3);
+        return translated && packet.source().address == ip(192, 0, 2, 1) && packet.checksumsAreRight();
+    };
+    EXPECT_FALSE(nat.agent->translationIs(translation));
+    EXPECT_TRUE(isTranslated());
+    nat.start(StartMode::warm);
+    EXPECT_TRUE(isTranslated());
+    EXPECT_FALSE(nat.agent->translationIs(translation));
+    EXPECT_TRUE(isTranslated());
+    EXPECT_THAT(nat.entries(), Each(4u)) << "the old one, under the filter of its row, and the new one";
+    nat.agent->othersDel();
+    EXPECT_TRUE(isTranslated());
+    EXPECT_THAT(nat.entries(), Each(2u));
 }
 
 }  // namespace
