@@ -19,10 +19,11 @@ Belmo::Ptr<NerioSwitchApi::HitBitReadInfo> hitBitReadInfoIs(NerioSwitchApi::HitB
 }
 
 void hitBitRowsAre(NerioSwitchApi::HitBitReadInfo& info, U32 bit, NerioSwitchApi::HwIndex firstIndex,
-                   U32 rows) {
+                   U32 rows, U32 firstRead) {
     for (U32 row = 0; row < rowsPerRead; ++row) {
         info.bitRegistrationIs(static_cast<U8>(bit + bitsBetweenRows * row))
-            .lastReadIs(rows / rowsPerRead - 1)
+            .firstReadIs(firstRead)
+            .lastReadIs(firstRead + rows / rowsPerRead - 1)
             .strideIs(rowsPerRead)
             .firstIndexIs(firstIndex + row);
     }

@@ -14,11 +14,11 @@ NERIO_SWITCH_TABLE_EXPORT Belmo::Ptr<NerioSwitchApi::HitBitReadInfo> hitBitReadI
     NerioSwitchApi::HitBitReadInfoWrapper& wrapper, Belmo::String const& prefix);
 
 /**
- * Registers the bits of `rows` rows from `firstIndex` on. One read covers two neighbouring rows: `bit` is the
- * even row's, and the odd row's stands 36 bits above it.
+ * Registers the bits of `rows` rows from `firstIndex` on, which stand in the reads from `firstRead` on. One
+ * read covers two neighbouring rows: `bit` is the even row's, and the odd row's stands 36 bits above it.
  */
 NERIO_SWITCH_TABLE_EXPORT void hitBitRowsAre(NerioSwitchApi::HitBitReadInfo& info, U32 bit,
-                                             NerioSwitchApi::HwIndex firstIndex, U32 rows);
+                                             NerioSwitchApi::HwIndex firstIndex, U32 rows, U32 firstRead = 0);
 
 /**
  * Says how the hit bits of a processor's hash tables are read. `prefix` is the table's register prefix, with

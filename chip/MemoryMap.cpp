@@ -41,6 +41,11 @@ constexpr ControlWord l3Word(U8 rowBits) {
 constexpr ControlWord lpmWord{
     .row = {0, 12}, .way = {14, 2}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 4}};
 
+constexpr ControlWord natMatchWord{
+    .row = {0, 12}, .way = {14, 2}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 2}};
+constexpr ControlWord natRewriteWord{
+    .row = {0, 10}, .way = {10, 2}, .writeStrobe = {13, 1}, .readStrobe = {12, 1}};
+
 /** What a memory is beside its control word. */
 struct Shape {
     U32 dataRegisters;
@@ -49,12 +54,12 @@ struct Shape {
     U32 selected = 0;
 };
 
-/** A memory behind the registers "hash_data0" and on and "hash_ctl" of that prefix. */
+/** A memory behind registers of that prefix: "hash_data0" and on and "hash_ctl", with `stem` for "hash". */
 MemoryDescription hashMemory(Belmo::String const& prefix, Belmo::String const& name, ControlWord const& word,
-                             Shape const& shape) {
+                             Shape const& shape, char const* stem = "hash") {
     MemoryDescription memory{.name = prefix + name,
                              .dataRegisters = {},
-                             .controlRegister = prefix + "hash_ctl",
+                             .controlRegister = fmt::format("{}{}_ctl", prefix, stem),
                              .row = word.row,
                              .writeStrobe = word.writeStrobe,
                              .rowsPerWay = shape.rowsPerWay,
@@ -64,7 +69,7 @@ MemoryDescription hashMemory(Belmo::String const& prefix, Belmo::String const& n
                              .select = word.select,
                              .selected = shape.selected};
     for (U32 i = 0; i < shape.dataRegisters; ++i)
-        memory.dataRegisters.push_back(fmt::format("{}hash_data{}", prefix, i));
+        memory.dataRegisters.push_back(fmt::format("{}{}_data{}", prefix, stem, i));
     return memory;
 }
 
@@ -141,6 +146,34 @@ void addL3Processor(ProfileInfo const& profile, U32 processor, std::vector<Memor
     memories.push_back(hitMemory(prefix, 4096));
 }
 
+/**
+ * The matches of two neighbouring pipelines. In the hit memory those on one side stand behind the longest
+ * routes, and those on both sides, two ways in a bit, behind shorter ones.
+ */
+void addL4Processor(ProfileInfo const& profile, U32 processor, std::vector<MemoryDescription>& memories) {
+    auto const prefix = fmt::format("ingress/processor_l4[{}]/", processor);
+    auto const hits = fmt::format("ingress/processor_l3[{}]/hits", processor);
+    bool const hasHits = processor < processorCount(profile, l3);
+    memories.push_back(hashMemory(prefix, "natMatch", natMatchWord, {4, 4096, 3}));
+    if (hasHits)
+        memories.back().hits = {.memory = hits, .bits = {0, 9, 18}, .rowsPerBit = 4096, .firstRow = 2048};
+    U32 const behind = std::min(2 * processor + 2, pipelineCount(profile));
+    for (U32 pipeline = 2 * processor; pipeline < behind; ++pipeline) {
+        U32 const odd = pipeline & 1;
+        auto const name = fmt::format("natDynMatch/pipeline{}", pipeline);
+        memories.push_back(hashMemory(prefix, name, natMatchWord, {4, 1024, 4, odd + 1}));
+        if (!hasHits) continue;
+        std::vector<U8> const bits{static_cast<U8>(3 + odd), static_cast<U8>(12 + odd)};
+        memories.back().hits = {.memory = hits, .bits = bits, .rowsPerBit = 2048, .firstRow = 1024};
+    }
+}
+
+/** A profile without egress processors has none in any pipeline. */
+U32 egressProcessorCount(ProfileInfo const& profile) {
+    U32 const count = processorCount(profile, NerioSwitch::TableLayoutEnum::tableLayoutEgress);
+    return count == 0 ? 0 : std::max(count, pipelineCount(profile));
+}
+
 }  // namespace
 
 bool aclProcessorPerPipeline(ProfileInfo const& profile) {
@@ -155,6 +188,12 @@ std::vector<MemoryDescription> chipMemories(ProfileInfo const& profile) {
         addAclProcessor(profile, processor, memories);
     for (U32 processor = 0; processor < processorCount(profile, l3); ++processor)
         addL3Processor(profile, processor, memories);
+    for (U32 processor = 0; 2 * processor < pipelineCount(profile); ++processor)
+        addL4Processor(profile, processor, memories);
+    for (U32 processor = 0; processor < egressProcessorCount(profile); ++processor) {
+        auto const prefix = fmt::format("egress/processor[{}]/", processor);
+        memories.push_back(hashMemory(prefix, "natRewrite", natRewriteWord, {3, 1024, 4}, "nat_lum_hash"));
+    }
     return memories;
 }
 

@@ -97,13 +97,12 @@ HwIndex rowOf(Json const& json, NerioSwitchApi::HwTableConfig const& table) {
     return index;
 }
 
-/** Which word of a row is its control word: the one of the register through which hit bits are read, too. */
-std::optional<U8> controlWordOf(NerioSwitchApi::HwTableConfig const& table,
-                                NerioSwitchApi::HitBitTableConfig const& hits, HwIndex row) {
-    auto const registers = table.registersOf(row);
-    for (auto const& read : hits.reads()) {
-        auto const found = std::find(registers.begin(), registers.end(), read.trigger);
-        if (found != registers.end()) return static_cast<U8>(found - registers.begin());
+/** Which word of a row is its control word: the one that is no content. */
+std::optional<U8> controlWordOf(NerioSwitchApi::SwTableProfileConvertor const& convertor,
+                                NerioSwitchApi::HwTableConfig const& table, HwIndex row) {
+    auto const registers = table.registersOf(row).size();
+    for (U8 word = 0; word < registers; ++word) {
+        if (convertor.hwStaticWord(word) != 0) return word;
     }
     return std::nullopt;
 }
@@ -356,7 +355,7 @@ Json Script::hit(Json const& json) {
     auto const row = rowOf(json, table);
     auto const hits = convertor.hitBitTables().find(numberOf(json, "hwTable"));
     auto const control =
-        hits == convertor.hitBitTables().end() ? std::nullopt : controlWordOf(table, *hits->second, row);
+        hits == convertor.hitBitTables().end() ? std::nullopt : controlWordOf(convertor, table, row);
     if (!control) return answered(json, std::nullopt);
     auto entry = convertor.wantedEntry(hits->first, row);
     if (!entry) entry = table.storedEntry(row);

@@ -66,7 +66,10 @@ TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
         for (auto const* name :
              {"l3Lag", "lpm11", "lpm14", "lpm17", "lpm20", "lpm23", "lpm26", "lpm29", "lpm32", "hits"})
             expected.insert(fmt::format("ingress/processor_l3[{}]/{}", i, name));
+        expected.insert(fmt::format("ingress/processor_l4[0]/natDynMatch/pipeline{}", i));
+        expected.insert(fmt::format("egress/processor[{}]/natRewrite", i));
     }
+    expected.insert("ingress/processor_l4[0]/natMatch");
     EXPECT_EQ(names(), expected);
     make();
     for (auto const& name : expected)
