@@ -8,6 +8,7 @@
 #include "Belmo/Types.h"
 #include "NerioSwitch/ProfileInfo.h"
 
+#include "chip/HashPlace.h"
 #include "chip/SimulatedChip.h"
 
 namespace Chip {
@@ -31,14 +32,6 @@ struct AclFields {
     /** Only the low three bits take part. */
     U8 vrf = 0;
     bool keyFlag = false;
-};
-
-/** The way and the row, within that way, in which a lookup found its key. */
-struct HashPlace {
-    U8 way = 0;
-    U32 row = 0;
-
-    friend bool operator==(HashPlace, HashPlace) = default;
 };
 
 /** The ways whose row was passed over since its parity was wrong. */

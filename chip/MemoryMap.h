@@ -22,7 +22,11 @@ namespace Chip {
  *                                                    that hash, by their longest route
  *   "ingress/processor_l3[0]/lpm11"                  the stage of routes of up to 11 bits
  *   "ingress/processor_l3[0]/l3Lag"                  the ports of L3 LAGs
+ *   "ingress/processor_l3[0]/sg"                     routes by source and destination
+ *   "ingress/processor_l3[0]/l3Floods"               the ports of next hops that packets are flooded to
  *   "ingress/processor_l3[0]/hits"                   and the hit bits of the processor's memories
+ *   "egress/processor[0]/lines"                      in each egress processor: what it writes into flooded
+ *                                                    packets, and the VLANs of groups
  *
  * A hit memory is read by its read strobe, a row at a time, and a read clears what it read: whoever reads
  * takes the hit bits of all tables in that row.
