@@ -75,7 +75,8 @@ void L3FloodArpConvertor::setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) c
 }
 
 void L3FloodArpConvertor::encode(L3FloodArpEntry const& item, U32* words) const {
-    auto const& bytes = item.result().ethAddr().bytes();
+    auto const address = item.result().ethAddr();
+    auto const& bytes = address.bytes();
     U32 const even = U32{bytes[0]} << 24 | U32{bytes[1]} << 16 | U32{bytes[2]} << 8 | bytes[3];
     U32 const odd = U32{bytes[4]} << 24 | U32{bytes[5]} << 16 | item.result().vlanId().value();
     for (U8 line = 0; line < L3FloodArpRow::lines; ++line) {

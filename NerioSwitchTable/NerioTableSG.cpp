@@ -259,12 +259,12 @@ void SGHelper::setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLocation 
     image.put(layout_->lookupType, static_cast<U64>(result.lookupType()));
     image.put(layout_->valid, item.valid());
     if (result.isMulticastResult()) {
-        auto const& multicast = result.data().multicast();
+        auto const multicast = result.data().multicast();
         image.put(layout_->vlanGroupId, multicast.vlanGroupId().value());
         image.put(layout_->portMask, multicast.portMask().hardwareBitmask(profile()->numPorts));
     } else {
         BELMO_ASSERT(natProfile());
-        auto const& unicast = result.data().unicast();
+        auto const unicast = result.data().unicast();
         // The rest of a port mask's width is zero, and both fields lie in it or before it.
         U64 const both = (unicast.rewriteIndex().value() & 0x3Fu) | U64{unicast.l3LagIndex().value()} << 6;
         image.put(layout_->vlanGroupId, both);

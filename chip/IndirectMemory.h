@@ -73,7 +73,8 @@ struct BELMO_EXPORT MemoryDescription {
     ControlField select{};
     /** Value of `select` that this memory answers to. */
     U32 selected = 0;
-    /** Bits of the control word that belong to a row: they are stored as a word behind the data registers'. */
+    /** Bits of the control word that belong to a row: they are stored as a word behind the data registers'.
+     */
     ControlField content{};
     /** Of each way the rows that the simulated chip keeps, 0 for all: what is stored in others is lost. */
     U32 keptRowsPerWay = 0;

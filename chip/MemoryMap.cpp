@@ -158,9 +158,9 @@ U32 portsPerEgressPipe(ProfileInfo const& profile) {
 }
 
 /**
- * The lines of an egress processor, in a bank for each of two ports: next hops of flooded packets, the same in
- * both, and above them groups of VLANs. Control words have no room for a third port: how a chip of more ports
- * in a pipe tells their groups apart is not known, and none are kept.
+ * The lines of an egress processor, in a bank for each of two ports: next hops of flooded packets, the same
+ * in both, and above them groups of VLANs. Control words have no room for a third port: how a chip of more
+ * ports in a pipe tells their groups apart is not known, and none are kept.
  */
 void addEgressProcessor(ProfileInfo const& profile, U32 processor, std::vector<MemoryDescription>& memories) {
     auto const prefix = fmt::format("egress/processor[{}]/", processor);

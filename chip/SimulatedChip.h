@@ -60,10 +60,9 @@ public:
     std::span<U32 const> memory() const { return words_; }
     /**
      * Replaces the words of a row, as they would be written to these registers, by those that the chip holds
-     * in the row: what the memory has there that their control word stores into, or else the registers'. A row
-     * may be several of the memory's, with a control word behind the data words of each. Words that the memory
-     * does not keep stay as they are.
-     * Throws `NerioSwitchApi::BusException` for a row beyond the end.
+     * in the row: what the memory has there that their control word stores into, or else the registers'. A
+     * row may be several of the memory's, with a control word behind the data words of each. Words that the
+     * memory does not keep stay as they are. Throws `NerioSwitchApi::BusException` for a row beyond the end.
      */
     void readRow(std::span<NerioSwitchApi::RegisterHandle const> handles, std::span<U32> words) const;
     /**
