@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <utility>
 
 #include "NerioSwitchTable/NerioTableAclHashes.h"
 #include "NerioSwitchTable/NerioTableAclIndirectCounter.h"
@@ -12,41 +13,18 @@
 #include "NerioSwitchTable/NerioTableLpm11.h"
 #include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
+#include "agent/FamilyOf.h"
 #include "agent/HashJsonTable.h"
 
 namespace Agent {
 
 namespace {
 
-/** A number of a table; 0 for one that was left out. */
-U64 numberOf(FamilyNumbers const& numbers, char const* name) {
-    auto const found = numbers.find(name);
-    return found == numbers.end() ? 0 : found->second;
-}
-
-/** A family by its shape and its factory, whose numbers have these names. */
-template <template <class> class Shape, class Table, class... Number, class... Name>
-Family familyOf(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::String const&, Number...),
-                Name... numberNames) {
-    static_assert(sizeof...(Number) == sizeof...(Name));
-    return {name,
-            {FamilyNumber{numberNames, std::numeric_limits<Number>::max()}...},
-            [=](Belmo::String const& tableName,
-                [[maybe_unused]] FamilyNumbers const& numbers) -> std::unique_ptr<JsonTable> {
-                return std::make_unique<Shape<Table>>(
-                    factory(tableName, static_cast<Number>(numberOf(numbers, numberNames))...));
-            }};
-}
-
 constexpr std::array<std::string_view, 4> allNumbers = {"pipeline", "physTableIdx", "pipelinePair",
                                                         "numFloodsForEcmp"};
 
-}  // namespace
-
-JsonTable::~JsonTable() = default;
-
-std::vector<Family> const& families() {
-    static std::vector<Family> const all = {
+std::vector<Family> allFamilies() {
+    std::vector<Family> all = {
         familyOf<PlainJsonTable>("portConfig", NerioSwitchTable::portConfigTableFactory),
         familyOf<DirectJsonTable>("l3Lag", NerioSwitchTable::l3LagTableFactory),
         familyOf<DirectJsonTable>("lpm11", NerioSwitchTable::lpm11TableFactory),
@@ -63,6 +41,17 @@ std::vector<Family> const& families() {
         familyOf<HashJsonTable>("lpm29", NerioSwitchTable::lpm29TableFactory),
         familyOf<HashJsonTable>("lpm32", NerioSwitchTable::lpm32TableFactory),
     };
+    for (auto&& family : multicastFamilies())
+        all.push_back(std::move(family));
+    return all;
+}
+
+}  // namespace
+
+JsonTable::~JsonTable() = default;
+
+std::vector<Family> const& families() {
+    static std::vector<Family> const all = allFamilies();
     return all;
 }
 

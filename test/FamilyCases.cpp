@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
+#include "MulticastFamilyCases.h"
 #include "NerioSwitchTable/NerioTableAclHashes.h"
 #include "NerioSwitchTable/NerioTableAclIndirectCounter.h"
 #include "NerioSwitchTable/NerioTableHashTest.h"
@@ -240,6 +242,8 @@ std::vector<FamilyCase> allCases() {
     };
     for (auto const physTableIdx : {U8{0}, U8{1}, U8{2}, U8{5}})
         cases.push_back(aclCase(physTableIdx));
+    for (auto&& multicastCase : multicastFamilyCases())
+        cases.push_back(std::move(multicastCase));
     return cases;
 }
 

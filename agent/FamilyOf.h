@@ -1,0 +1,35 @@
+#pragma once
+
+#include <limits>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "agent/Families.h"
+
+namespace Agent {
+
+/** A number of a table; 0 for one that was left out. */
+inline U64 numberOf(FamilyNumbers const& numbers, char const* name) {
+    auto const found = numbers.find(name);
+    return found == numbers.end() ? 0 : found->second;
+}
+
+/** A family by its shape and its factory, whose numbers have these names. */
+template <template <class> class Shape, class Table, class... Number, class... Name>
+Family familyOf(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::String const&, Number...),
+                Name... numberNames) {
+    static_assert(sizeof...(Number) == sizeof...(Name));
+    return {name,
+            {FamilyNumber{numberNames, std::numeric_limits<Number>::max()}...},
+            [=](Belmo::String const& tableName,
+                [[maybe_unused]] FamilyNumbers const& numbers) -> std::unique_ptr<JsonTable> {
+                return std::make_unique<Shape<Table>>(
+                    factory(tableName, static_cast<Number>(numberOf(numbers, numberNames))...));
+            }};
+}
+
+/** Families of one subject, in a source of their own since each takes long to compile. */
+std::vector<Family> multicastFamilies();
+
+}  // namespace Agent
