@@ -43,6 +43,8 @@ std::vector<Family> allFamilies() {
     };
     for (auto&& family : natFamilies())
         all.push_back(std::move(family));
+    for (auto&& family : multicastFamilies())
+        all.push_back(std::move(family));
     return all;
 }
 

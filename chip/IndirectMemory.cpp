@@ -22,6 +22,14 @@ bool reaches(ControlField field, U32 count) {
     return count > 0 && U64{count} <= U64{1} << field.width;
 }
 
+/** What few memories have, in one line. */
+Belmo::String extraText(MemoryDescription const& memory) {
+    Belmo::String text;
+    if (memory.content.width > 0) text += fmt::format(" content {}", fieldText(memory.content));
+    if (memory.keptRowsPerWay > 0) text += fmt::format(" keeps {}", memory.keptRowsPerWay);
+    return text;
+}
+
 /** Where hit bits are, in one line. */
 Belmo::String hitText(HitBits const& hits) {
     if (!hits.exist()) return {};
@@ -32,10 +40,10 @@ Belmo::String hitText(HitBits const& hits) {
 }  // namespace
 
 Belmo::String MemoryDescription::text() const {
-    return fmt::format("{} {} {} row {} write {} read {}{} way {} select {} = {} rows {} * {}{}", name,
+    return fmt::format("{} {} {} row {} write {} read {}{} way {} select {} = {} rows {} * {}{}{}", name,
                        fmt::join(dataRegisters, " "), controlRegister, fieldText(row), fieldText(writeStrobe),
                        fieldText(readStrobe), clearedByRead ? " clears" : "", fieldText(way),
-                       fieldText(select), selected, rowsPerWay, ways, hitText(hits));
+                       fieldText(select), selected, rowsPerWay, ways, extraText(*this), hitText(hits));
 }
 
 IndirectMemory::IndirectMemory(MemoryDescription description, std::span<U32> rows,
@@ -44,11 +52,12 @@ IndirectMemory::IndirectMemory(MemoryDescription description, std::span<U32> row
     BELMO_ASSERT(description_.writeStrobe.width > 0 || description_.clearedByRead);
     BELMO_ASSERT(reaches(description_.row, description_.rowsPerWay));
     BELMO_ASSERT(reaches(description_.way, description_.ways));
-    BELMO_ASSERT(rows_.size() == std::size_t{description_.rows()} * dataRegisters_.size());
+    BELMO_ASSERT(rows_.size() == std::size_t{description_.rows()} * description_.wordsPerRow());
 }
 
 std::span<U32> IndirectMemory::wordsOf(U32 number) const {
-    return rows_.subspan(std::size_t{number} * dataRegisters_.size(), dataRegisters_.size());
+    U32 const words = description_.wordsPerRow();
+    return rows_.subspan(std::size_t{number} * words, words);
 }
 
 std::span<U32 const> IndirectMemory::row(U32 number) const {
@@ -70,12 +79,15 @@ U32 IndirectMemory::addressedRow(U32 control) const {
 
 void IndirectMemory::controlIs(U32 control) {
     if (stores(control)) {
-        auto* word = wordsOf(addressedRow(control)).data();
+        U32 const number = addressedRow(control);
+        if (!keeps(number)) return;
+        auto* word = wordsOf(number).data();
         for (auto const* data : dataRegisters_)
             *word++ = *data;
+        if (description_.content.width > 0) *word = description_.content.of(control);
     } else if (description_.readStrobe.of(control) != 0) {
         auto const row = wordsOf(addressedRow(control));
-        for (std::size_t i = 0; i < row.size(); ++i)
+        for (std::size_t i = 0; i < dataRegisters_.size(); ++i)
             *dataRegisters_[i] = row[i];
         if (description_.clearedByRead) std::ranges::fill(row, 0);
     }

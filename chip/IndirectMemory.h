@@ -73,12 +73,17 @@ struct BELMO_EXPORT MemoryDescription {
     ControlField select{};
     /** Value of `select` that this memory answers to. */
     U32 selected = 0;
+    /** Bits of the control word that belong to a row: they are stored as a word behind the data registers'.
+     */
+    ControlField content{};
+    /** Of each way the rows that the simulated chip keeps, 0 for all: what is stored in others is lost. */
+    U32 keptRowsPerWay = 0;
     /** Reading a row leaves it zero, as the memories of hit bits do. */
     bool clearedByRead = false;
     HitBits hits{};
 
     U32 rows() const { return rowsPerWay * ways; }
-    U32 wordsPerRow() const { return static_cast<U32>(dataRegisters.size()); }
+    U32 wordsPerRow() const { return static_cast<U32>(dataRegisters.size()) + (content.width > 0 ? 1 : 0); }
     /** All of it in one line; two memories with one text are one memory. */
     Belmo::String text() const;
 };
@@ -101,6 +106,11 @@ public:
     void controlIs(U32 control);
     /** The row that a control word names, counted over all ways; throws like `controlIs`. */
     U32 addressedRow(U32 control) const;
+    /** Whether what is stored in that row is there afterwards. */
+    bool keeps(U32 number) const {
+        U32 const kept = description_.keptRowsPerWay;
+        return kept == 0 || number % description_.rowsPerWay < kept;
+    }
 
     /** The memory that holds this one's hit bits; its rows must have room for them. */
     void hitMemoryIs(IndirectMemory& memory);

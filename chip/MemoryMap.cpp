@@ -12,6 +12,7 @@ namespace {
 
 using NerioSwitch::ProfileInfo;
 constexpr auto acl = NerioSwitch::TableLayoutEnum::tableLayoutAcl;
+constexpr auto egress = NerioSwitch::TableLayoutEnum::tableLayoutEgress;
 constexpr auto l3 = NerioSwitch::TableLayoutEnum::tableLayoutL3;
 
 /** How the words of a control register are read. */
@@ -45,6 +46,9 @@ constexpr ControlWord natMatchWord{
     .row = {0, 12}, .way = {14, 2}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 2}};
 constexpr ControlWord natRewriteWord{
     .row = {0, 10}, .way = {10, 2}, .writeStrobe = {13, 1}, .readStrobe = {12, 1}};
+/** Routes by source and destination, in three ways. */
+constexpr ControlWord sgWord{
+    .row = {0, 13}, .way = {14, 2}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 4}};
 
 /** What a memory is beside its control word. */
 struct Shape {
@@ -143,6 +147,9 @@ void addL3Processor(ProfileInfo const& profile, U32 processor, std::vector<Memor
     }
     if (profile.numVrfs > 0) memories.push_back(lpm11Memory(profile, prefix));
     memories.push_back(hashMemory(prefix, "l3Lag", l3Word(6), {2, 56, 1, 9}));
+    U32 const sgWords = profile.hwApi.majorVersion() >= 6 ? 5 : 4;
+    memories.push_back(withHits(hashMemory(prefix, "sg", sgWord, {sgWords, 8192, 3, 8}), prefix, 8));
+    memories.push_back(hashMemory(prefix, "l3Floods", l3Word(16), {2, 160, 1, 10}));
     memories.push_back(hitMemory(prefix, 4096));
 }
 
@@ -174,6 +181,36 @@ U32 egressProcessorCount(ProfileInfo const& profile) {
     return count == 0 ? 0 : std::max(count, pipelineCount(profile));
 }
 
+/** Ports of the largest egress pipe. */
+U32 portsPerEgressPipe(ProfileInfo const& profile) {
+    U32 ports = 1;
+    for (auto const& [pipe, range] : profile.egressPipeRangeInfo)
+        ports = std::max(ports, U32{range.numPorts()});
+    return ports;
+}
+
+/**
+ * The lines of an egress processor, in a bank for each of two ports: next hops of flooded packets, the same
+ * in both, and above them groups of VLANs. Control words have no room for a third port: how a chip of more
+ * ports in a pipe tells their groups apart is not known, and none are kept.
+ */
+void addEgressProcessor(ProfileInfo const& profile, U32 processor, std::vector<MemoryDescription>& memories) {
+    auto const prefix = fmt::format("egress/processor[{}]/", processor);
+    constexpr U32 linesPerBank = 512;
+    constexpr U32 firstGroupLine = 448;
+    memories.push_back({.name = prefix + "lines",
+                        .dataRegisters = {prefix + "lum_data"},
+                        .controlRegister = prefix + "lum_ctl_addr_data",
+                        .row = {4, 9},
+                        .writeStrobe = {14, 1},
+                        .rowsPerWay = linesPerBank,
+                        .readStrobe = {15, 1},
+                        .way = {13, 1},
+                        .ways = 2,
+                        .content = {0, 4},
+                        .keptRowsPerWay = portsPerEgressPipe(profile) > 2 ? firstGroupLine : 0});
+}
+
 }  // namespace
 
 bool aclProcessorPerPipeline(ProfileInfo const& profile) {
@@ -194,6 +231,8 @@ std::vector<MemoryDescription> chipMemories(ProfileInfo const& profile) {
         auto const prefix = fmt::format("egress/processor[{}]/", processor);
         memories.push_back(hashMemory(prefix, "natRewrite", natRewriteWord, {3, 1024, 4}, "nat_lum_hash"));
     }
+    for (U32 processor = 0; processor < processorCount(profile, egress); ++processor)
+        addEgressProcessor(profile, processor, memories);
     return memories;
 }
 

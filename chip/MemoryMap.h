@@ -22,11 +22,16 @@ namespace Chip {
  *                                                    that hash, by their longest route
  *   "ingress/processor_l3[0]/lpm11"                  the stage of routes of up to 11 bits
  *   "ingress/processor_l3[0]/l3Lag"                  the ports of L3 LAGs
+ *   "ingress/processor_l3[0]/sg"                     routes by source and destination
+ *   "ingress/processor_l3[0]/l3Floods"               the ports of next hops that packets are flooded to
  *   "ingress/processor_l3[0]/hits"                   and the hit bits of the processor's memories
  *   "ingress/processor_l4[0]/natMatch"               in each L4 processor, which serves two pipelines:
- * matches of translations on one side "ingress/processor_l4[0]/natDynMatch/pipeline0"  and for each pipeline
- * those on both sides; all have their hit bits in the L3 processor of that number
- *   "egress/processor[0]/natRewrite"                 in each egress processor: what becomes of sessions
+ *                                                    matches of translations on one side
+ *   "ingress/processor_l4[0]/natDynMatch/pipeline0"  and for each pipeline those on both sides; all have
+ *                                                    their hit bits in the L3 processor of that number
+ *   "egress/processor[0]/natRewrite"                 in each egress processor: what becomes of sessions,
+ *   "egress/processor[0]/lines"                      what it writes into flooded packets, and the VLANs of
+ *                                                    groups
  *
  * A hit memory is read by its read strobe, a row at a time, and a read clears what it read: whoever reads
  * takes the hit bits of all tables in that row.

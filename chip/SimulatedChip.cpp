@@ -152,20 +152,36 @@ void SimulatedChip::hitIs(std::string_view controlRegister, U32 word) {
     memory->hitIs(memory->addressedRow(word));
 }
 
+/** Puts what a memory holds in a row in the place of the words that its registers would be written with. */
+void SimulatedChip::readStored(IndirectMemory const& memory, std::span<RegisterHandle const> handles,
+                               std::span<U32> words) const {
+    U32& control = words.back();
+    U32 const number = memory.addressedRow(control);
+    if (!memory.keeps(number)) return;
+    auto const row = memory.row(number);
+    auto const& paths = memory.description().dataRegisters;
+    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+        if (!handles[i].exists()) continue;
+        auto const data = std::ranges::find(paths, registers_.paths()[handles[i].number]);
+        if (data != paths.end()) words[i] = row[static_cast<std::size_t>(data - paths.begin())];
+    }
+    auto const content = memory.description().content;
+    if (content.width == 0) return;
+    U32 const mask = ((U32{1} << content.width) - 1) << content.offset;
+    control = (control & ~mask) | row.back() << content.offset;
+}
+
 void SimulatedChip::readRow(std::span<RegisterHandle const> handles, std::span<U32> words) const {
     auto const size = std::min(handles.size(), words.size());
+    std::size_t first = 0;
     for (std::size_t control = 0; control < size; ++control) {
         auto const* memory = memoryOf(handles[control], words[control]);
         if (memory == nullptr) continue;
-        auto const row = memory->row(memory->addressedRow(words[control]));
-        auto const& paths = memory->description().dataRegisters;
-        for (std::size_t i = 0; i < size; ++i) {
-            if (!handles[i].exists()) continue;
-            auto const data = std::ranges::find(paths, registers_.paths()[handles[i].number]);
-            if (data != paths.end()) words[i] = row[static_cast<std::size_t>(data - paths.begin())];
-        }
-        return;
+        auto const count = control + 1 - first;
+        readStored(*memory, handles.subspan(first, count), words.subspan(first, count));
+        first = control + 1;
     }
+    if (first > 0) return;
     for (std::size_t i = 0; i < size; ++i) {
         if (handles[i].exists()) words[i] = words_[handles[i].number];
     }

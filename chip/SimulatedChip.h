@@ -60,8 +60,9 @@ public:
     std::span<U32 const> memory() const { return words_; }
     /**
      * Replaces the words of a row, as they would be written to these registers, by those that the chip holds
-     * in the row: what the memory has there that their control word stores into, or else the registers'.
-     * Throws `NerioSwitchApi::BusException` for a row beyond the end.
+     * in the row: what the memory has there that their control word stores into, or else the registers'. A
+     * row may be several of the memory's, with a control word behind the data words of each. Words that the
+     * memory does not keep stay as they are. Throws `NerioSwitchApi::BusException` for a row beyond the end.
      */
     void readRow(std::span<NerioSwitchApi::RegisterHandle const> handles, std::span<U32> words) const;
     /**
@@ -75,6 +76,8 @@ private:
     /** The memory that a control word stores a row of; null for none, or another register. */
     IndirectMemory* memoryOf(NerioSwitchApi::RegisterHandle handle, U32 word) const;
     void put(NerioSwitchApi::RegisterHandle handle, U32 word);
+    void readStored(IndirectMemory const& memory, std::span<NerioSwitchApi::RegisterHandle const> handles,
+                    std::span<U32> words) const;
     std::span<U32> wordsIn(Belmo::String const& file, std::vector<MemoryDescription> const& memories,
                            std::size_t size);
     void memoryIs(MemoryDescription const& description, std::span<U32> rows);

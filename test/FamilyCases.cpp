@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "MulticastFamilyCases.h"
 #include "NatFamilyCases.h"
 #include "NerioSwitchTable/NerioTableAclHashes.h"
 #include "NerioSwitchTable/NerioTableAclIndirectCounter.h"
@@ -244,6 +245,8 @@ std::vector<FamilyCase> allCases() {
         cases.push_back(aclCase(physTableIdx));
     for (auto&& natCase : natFamilyCases())
         cases.push_back(std::move(natCase));
+    for (auto&& multicastCase : multicastFamilyCases())
+        cases.push_back(std::move(multicastCase));
     return cases;
 }
 

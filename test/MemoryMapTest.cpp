@@ -68,6 +68,9 @@ TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
             expected.insert(fmt::format("ingress/processor_l3[{}]/{}", i, name));
         expected.insert(fmt::format("ingress/processor_l4[0]/natDynMatch/pipeline{}", i));
         expected.insert(fmt::format("egress/processor[{}]/natRewrite", i));
+        for (auto const* name : {"sg", "l3Floods"})
+            expected.insert(fmt::format("ingress/processor_l3[{}]/{}", i, name));
+        expected.insert(fmt::format("egress/processor[{}]/lines", i));
     }
     expected.insert("ingress/processor_l4[0]/natMatch");
     EXPECT_EQ(names(), expected);
@@ -86,6 +89,45 @@ TEST_F(MemoryMap, AHashTestRowIsStoredByBitFifteenInTheWayOfBitFourteen) {
     EXPECT_THROW(store("pipeline[1]/processor/", 2, 0x8008), BusException);
     store("pipeline[1]/processor/", 2, 0x4004);
     EXPECT_EQ(rowsInUse(), 2u) << "without a strobe nothing is stored";
+}
+
+TEST_F(MemoryMap, RowsOfPairsHave13BitsInThreeWaysAndAFifthWordFromVersion6On) {
+    for (U16 const version : {U16{5}, U16{6}}) {
+        profile->hwApi = {version, 0};
+        make();
+        U32 const words = version == 6 ? 5 : 4;
+        store("ingress/processor_l3[1]/", words, 0x1FFFu | 2u << 14 | 1u << 17 | 8u << 18);
+        auto const stored = row("ingress/processor_l3[1]/sg", 24575);
+        EXPECT_EQ(stored.size(), words);
+        EXPECT_EQ(stored.back(), words);
+        EXPECT_EQ(rowsInUse(), 1u);
+        EXPECT_THROW(store("ingress/processor_l3[1]/", words, 3u << 14 | 1u << 17 | 8u << 18), BusException);
+    }
+    store("ingress/processor_l3[1]/", 2, 159u | 1u << 17 | 10u << 18);
+    EXPECT_THAT(row("ingress/processor_l3[1]/l3Floods", 159), ElementsAre(1, 2));
+}
+
+TEST_F(MemoryMap, ALineOfAnEgressProcessorHoldsTheControlWordsLow4Bits) {
+    profile->egressPipesAre({{0, 0, 1}, {1, 2, 3}});
+    make();
+    auto const line = [&](U32 data, U32 control) {
+        chip->write(chip->address("egress/processor[1]/lum_data"), data);
+        chip->write(chip->address("egress/processor[1]/lum_ctl_addr_data"), control);
+    };
+    line(7, 1023u << 4 | 1u << 14 | 0xB);
+    EXPECT_THAT(row("egress/processor[1]/lines", 1023), ElementsAre(7, 0xB));
+    line(9, 5u << 4 | 0xF);
+    EXPECT_EQ(rowsInUse(), 1u) << "without a strobe nothing is stored";
+    line(7, 1023u << 4 | 1u << 15);
+    EXPECT_EQ(chip->read(chip->address("egress/processor[1]/lum_data")), 7u);
+    std::vector<NerioSwitchApi::RegisterHandle> handles;
+    for (int i = 0; i < 2; ++i) {
+        handles.push_back(chip->address("egress/processor[1]/lum_data"));
+        handles.push_back(chip->address("egress/processor[1]/lum_ctl_addr_data"));
+    }
+    std::vector<U32> words{1, 1023u << 4 | 1u << 14, 2, 1022u << 4 | 1u << 14 | 5};
+    chip->readRow(handles, words);
+    EXPECT_THAT(words, ElementsAre(7, 1023u << 4 | 1u << 14 | 0xB, 0, 1022u << 4 | 1u << 14));
 }
 
 TEST_F(MemoryMap, AnAclRowOfAProcessorPerPipelineHasTwelveBitsAndTheWayInBitTwelve) {

@@ -86,6 +86,7 @@ void PhysicalHashTableConvertor::swTableDel(HashBaseTable const& table) {
     tables_.erase(found);
     for (HwIndex index = 0; index < items_.size(); ++index) {
         if (!items_[index] || items_[index]->table() != &table) continue;
+        updateHashEntryCounter(items_[index], false);
         vacate(index);
         reserve(index);
     }

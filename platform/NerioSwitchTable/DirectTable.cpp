@@ -60,10 +60,16 @@ Belmo::String DirectBaseConvertor::createDirectTable(
     Belmo::Ptr<NerioSwitchApi::HwAddressColl const> const& registers) {
     auto const name =
         NerioSwitchApi::SwTable::hwTableName(swTable().name(), profile()->profileName(), tableName, id);
-    createHwTable(id, state, 0, lastIndex,
-                  Belmo::make<NerioSwitchApi::HwTableRegisterMappingConst>(name, registers));
-    counted_.resize(std::size_t{lastIndex} + 1);
+    createDirectTable(id, state, lastIndex,
+                      Belmo::make<NerioSwitchApi::HwTableRegisterMappingConst>(name, registers));
     return name;
+}
+
+void DirectBaseConvertor::createDirectTable(
+    HwTableId id, NerioSwitchApi::TableState state, HwIndex lastIndex,
+    Belmo::Ptr<NerioSwitchApi::HwTableRegisterMapping> const& mapping) {
+    createHwTable(id, state, 0, lastIndex, mapping);
+    counted_.resize(std::size_t{lastIndex} + 1);
 }
 
 void DirectBaseConvertor::checkItem(PtrConst const& item) const {

@@ -153,6 +153,9 @@ protected:
     Belmo::String createDirectTable(HwTableId id, NerioSwitchApi::TableState state,
                                     Belmo::String const& tableName, HwIndex lastIndex,
                                     Belmo::Ptr<NerioSwitchApi::HwAddressColl const> const& registers);
+    /** The same of rows that are written through other registers each, under the name of the mapping. */
+    void createDirectTable(HwTableId id, NerioSwitchApi::TableState state, HwIndex lastIndex,
+                           Belmo::Ptr<NerioSwitchApi::HwTableRegisterMapping> const& mapping);
     /** The words of a row as the first copy's shadow holds it; zeros where it does not. */
     RowWords storedWords(HwIndex index) const;
     /** Whether some copy's shadow holds other data words than these. */

@@ -1,0 +1,118 @@
+#include "NerioSwitchTable/NerioTableL3FloodArp.h"
+
+#include "Belmo/Assert.h"
+#include "NerioSwitch/Parity.h"
+
+#include "NerioSwitchTable/NerioEgressMemory.h"
+#include "NerioSwitchTable/NerioFloodCount.h"
+
+namespace NerioSwitchTable {
+
+namespace {
+
+Sorn::TraceHandle handle("NerioTableL3FloodArp");
+
+constexpr auto egress = NerioSwitch::TableLayoutEnum::tableLayoutEgress;
+constexpr U32 staticBits = 0xFFFFFFF0;
+
+/** The line's number in the memory, of the row's two lines in each of two banks. */
+U32 lineAddress(U32 row, U8 line) {
+    U32 const first = line < 2 ? L3FloodArpRow::evenLine : L3FloodArpRow::oddLine;
+    return first + 2 * row + (line % 2 == 0 ? 0 : L3FloodArpRow::bank);
+}
+
+}  // namespace
+
+Belmo::String L3FloodArpResult::resultString() const {
+    return Sorn::text(*this);
+}
+
+L3FloodArpEntry::~L3FloodArpEntry() = default;
+
+Belmo::String L3FloodArpEntry::toStrep() const {
+    return namedText("L3FloodArpEntry");
+}
+
+L3FloodArpTable::L3FloodArpTable(Belmo::String const& name) : DirectTable<L3FloodArpEntry>(name) {
+    hwTablesDuplicateIs(true);
+}
+
+L3FloodArpTable::~L3FloodArpTable() = default;
+
+Belmo::Ptr<DirectBaseConvertor> L3FloodArpTable::profileConvertorFactory() const {
+    return l3FloodArpConvertorFactory();
+}
+
+Sorn::TraceHandle const& L3FloodArpTable::trace() const {
+    return handle;
+}
+
+L3FloodArpConvertor::L3FloodArpConvertor()
+    : DirectConvertor({.words = L3FloodArpRow::words,
+                       .staticWords = {{1, staticBits}, {3, staticBits}, {5, staticBits}, {7, staticBits}},
+                       .readStrobeBit = 14,
+                       .writeStrobeBit = 15}) {}
+
+L3FloodArpConvertor::~L3FloodArpConvertor() = default;
+
+void L3FloodArpConvertor::doCreateHwTables(NerioSwitchApi::TableState state) {
+    auto const* const numSupportedEntriesFromProfile = numFloodNexthops(*profile());
+    BELMO_ASSERT_TEXT(numSupportedEntriesFromProfile != nullptr && *numSupportedEntriesFromProfile != 0,
+                      "numSupportedEntriesFromProfile");
+    U32 const count = *numSupportedEntriesFromProfile;
+    SORN_TRACE(handle, 3, "Num supported flood nexthops = {}", count);
+    for (U32 processor = 0; processor < profile()->numProcessors(egress); ++processor) {
+        createDirectTable(processor, state, "L3FloodArp", count - 1, egressMemoryRegisters(processor));
+    }
+}
+
+void L3FloodArpConvertor::setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const {
+    auto* const words = reinterpret_cast<U32*>(buffer);
+    for (U8 line = 0; line < L3FloodArpRow::lines; ++line) {
+        L3FloodArpRow::address(line).set(words, lineAddress(index, line));
+        L3FloodArpRow::writeStrobe(line).set(words, 1);
+    }
+}
+
+void L3FloodArpConvertor::encode(L3FloodArpEntry const& item, U32* words) const {
+    auto const address = item.result().ethAddr();
+    auto const& bytes = address.bytes();
+    U32 const even = U32{bytes[0]} << 24 | U32{bytes[1]} << 16 | U32{bytes[2]} << 8 | bytes[3];
+    U32 const odd = U32{bytes[4]} << 24 | U32{bytes[5]} << 16 | item.result().vlanId().value();
+    for (U8 line = 0; line < L3FloodArpRow::lines; ++line) {
+        U32 const data = line < 2 ? even : odd;
+        words[L3FloodArpRow::data(line)] = data;
+        L3FloodArpRow::unused(line).set(words, 0);
+        L3FloodArpRow::parity(line).set(words, NerioSwitch::parity32Bit(data));
+    }
+}
+
+void L3FloodArpConvertor::decode(U32 const* words, L3FloodArpEntry& item) const {
+    U32 const even = words[L3FloodArpRow::data(0)];
+    U32 const odd = words[L3FloodArpRow::data(2)];
+    U64 const address = U64{even} << 16 | odd >> 16;
+    std::array<U8, 6> bytes{};
+    for (U32 i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<U8>(address >> (40 - 8 * i));
+    auto const result = L3FloodArpResult().ethAddrIs(Lanvo::EthAddr(bytes)).vlanIdIs(odd & 0xFFFF);
+    item.resultIs(result);
+    item.validIs(result != L3FloodArpResult());
+}
+
+Belmo::Ptr<L3FloodArpEntry> L3FloodArpEntryIs(NerioSwitch::L3FloodId key) {
+    return Belmo::make<L3FloodArpEntry>(key);
+}
+
+Belmo::Ptr<L3FloodArpTable> L3FloodArpTableIs(Belmo::String const& name) {
+    return Belmo::make<L3FloodArpTable>(name);
+}
+
+Belmo::Ptr<L3FloodArpTable> l3FloodArpTableFactory(Belmo::String const& name) {
+    return L3FloodArpTableIs(name);
+}
+
+Belmo::Ptr<L3FloodArpConvertor> l3FloodArpConvertorFactory() {
+    return Belmo::make<L3FloodArpConvertor>();
+}
+
+}  // namespace NerioSwitchTable
