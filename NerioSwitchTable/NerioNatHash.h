@@ -99,6 +99,9 @@ protected:
         this->hwTablesDuplicateIs(true);
     }
 
+    /** The cached item of a key, made if it is missing. */
+    Belmo::Ptr<Item> cachedItemMade(Key const& key) { return Base::createHashEntry(key, true); }
+
 private:
     Sorn::TraceHandle const& trace_;
     U8 pipeline_;

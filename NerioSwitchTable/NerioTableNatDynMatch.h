@@ -70,9 +70,7 @@ public:
     ~NatDynMatchTable() override;
 
     Belmo::Ptr<NatDynMatchTableCuckooEntry> createHashItem(NatMatchKey const& key) override;
-    Belmo::Ptr<NatDynMatchTableCuckooEntry> hashItemIs(NatMatchKey const& key) {
-        return HashTable::createHashEntry(key, true);
-    }
+    Belmo::Ptr<NatDynMatchTableCuckooEntry> hashItemIs(NatMatchKey const& key) { return cachedItemMade(key); }
 
     U32 swTableId() const override;
     Belmo::Ptr<NerioSwitchApi::PhysicalHashTableConvertor> profileConvertorFactory() const override;

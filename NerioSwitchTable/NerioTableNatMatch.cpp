@@ -232,7 +232,7 @@ Belmo::Ptr<NatMatchTableCuckooEntry> NatMatchTable::hashItemIs(NatMatchKey const
         item->tableIs(this);
         cachedItemIs(item);
     }
-    auto item = HashTable::createHashEntry(key, true);
+    auto item = cachedItemMade(key);
     BELMO_ASSERT(item->hasFilterMask() == hasFilterMask);
     return item;
 }

@@ -97,7 +97,7 @@ public:
 
     Belmo::Ptr<NatRewriteTableCuckooEntry> createHashItem(NatRewriteKey const& key) override;
     Belmo::Ptr<NatRewriteTableCuckooEntry> hashItemIs(NatRewriteKey const& key) {
-        return HashTable::createHashEntry(key, true);
+        return cachedItemMade(key);
     }
 
     U32 swTableId() const override;
