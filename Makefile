@@ -54,11 +54,11 @@ bench:
 
 lint:
 	$(call packages,lint)
-	$(call configure,release)
+	$(call configure,lint)
 	@echo 'Checking the format'
 	@git ls-files -z '*.h' '*.cpp' | xargs -0 $(CLANG_FORMAT) --dry-run -Werror
 	@echo 'Checking the code'
-	@git ls-files -z '$(SOURCES)' | xargs -0 -n1 -P$(JOBS) $(CLANG_TIDY) -p build/release --quiet \
+	@git ls-files -z '$(SOURCES)' | xargs -0 -n1 -P$(JOBS) $(CLANG_TIDY) -p build/lint --quiet \
 	    2>&1 | sed -E '/^[0-9]+ warnings?( generated\.| treated as errors?$$)/d'
 
 install:
