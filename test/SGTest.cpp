@@ -372,6 +372,18 @@ TEST_F(SGTableTest, HitsOfAllWaysReachTheirKeys) {
         EXPECT_EQ(table().tableStatus()->entryStatus(key).lastHit(), Belmo::Duration(4.5));
 }
 
+TEST_F(SGTableTest, TracesWhatItIsAskedFor) {
+    start();
+    NerioTest::TraceCapture const trace("NerioTableSG", 8);
+    table().entryIs(someRoute, toPorts(5));
+    EXPECT_THAT(trace.lines(),
+                testing::Contains(testing::AllOf(testing::HasSubstr(someRoute.stringValue()),
+                                                 testing::HasSubstr(toPorts(5).resultString()))));
+    EXPECT_THAT(trace.lines(), testing::Contains(testing::StartsWith("SGTable: Programming Entry ")));
+    auto const item = decoded(rowOf(someRoute));
+    EXPECT_EQ(trace.lines().back(), "Decoded valid entry is " + item->toStrep());
+}
+
 TEST_F(SGTableTest, PublishesItsItemsOnce) {
     start();
     EXPECT_EQ(table().hashItem(someRoute), nullptr);
