@@ -15,6 +15,7 @@
 #include "NerioSwitchTable/NerioTableStarG.h"
 #include "PackedWords.h"
 #include "SwitchFixture.h"
+#include "WatchedBus.h"
 #include "chip/MulticastLookup.h"
 
 namespace {
@@ -271,20 +272,6 @@ protected:
         }
         return false;
     }
-    /** Looks at the chip after every single register write. */
-    struct WatchedBus final : NerioSwitchApi::RegisterBus {
-        explicit WatchedBus(Belmo::Ptr<NerioSwitchApi::RegisterBus> around) : bus(std::move(around)) {}
-        NerioSwitchApi::RegisterHandle address(std::string_view path) override { return bus->address(path); }
-        Belmo::String path(NerioSwitchApi::RegisterHandle handle) const override { return bus->path(handle); }
-        U32 read(NerioSwitchApi::RegisterHandle handle) override { return bus->read(handle); }
-        void write(NerioSwitchApi::RegisterHandle handle, U32 word) override {
-            bus->write(handle, word);
-            if (look) look();
-        }
-
-        Belmo::Ptr<NerioSwitchApi::RegisterBus> bus;
-        std::function<void()> look;
-    };
     /** Every row is its table's, on the chip as well; rows without an item are nobody's. */
     void ownersAgree() {
         auto const& convertor = *routes->hashConvertor();
@@ -393,7 +380,7 @@ TEST_P(RoutesAndGroupsTest, EachSeesItsOwnRowsUnderRandomOperationsAndRestarts) 
 }
 
 TEST_P(RoutesAndGroupsTest, NoRegisterWriteLosesAnEntryOrMakesAFalseHit) {
-    auto const watched = Belmo::make<WatchedBus>(chip);
+    auto const watched = Belmo::make<NerioTest::WatchedBus>(chip);
     framework = std::make_unique<NerioSwitchApi::TableFramework>(profile, watched, shadows);
     if (GetParam() == First::routes) routesAre(StartMode::cold);
     groupsAre(StartMode::cold);
