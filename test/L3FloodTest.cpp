@@ -191,6 +191,15 @@ TEST_F(L3FloodBitmapTest, ARowHasThePortsAndTheirParity) {
     EXPECT_EQ(lookup.ports(0x50), 0u);
 }
 
+TEST_F(L3FloodBitmapTest, OnAChipOf24PortsTheParityStandsAtBit24) {
+    profile().numPorts = 24;
+    start();
+    table().entryIs(3, ports(IngressPortMask::cpu | U64{1} << 30 | 1));
+    EXPECT_EQ(shadowWords(3).at(0), 1u << 24 | 1);
+    EXPECT_EQ(shadowWords(3).at(1), 0u);
+    EXPECT_EQ(Chip::FloodLookup(chip(), profile()).ports(3), 1u);
+}
+
 TEST_F(L3FloodBitmapTest, HasItsConstants) {
     start();
     EXPECT_TRUE(table().hwTablesDuplicate());

@@ -223,6 +223,19 @@ TEST_F(SGTableTest, WithoutTranslationValidStandsWhereTheUnicastFlagIsOtherwise)
     EXPECT_DEATH(table().entryIs(someFlow, toLag(1, 1)), "natProfile\\(\\)");
 }
 
+TEST_F(SGTableTest, OnAChipOf24PortsTheTailFollowsTheShorterPortMask) {
+    profile().numPorts = 24;
+    start();
+    auto expected =
+        packed(8, {{15, 32, 1}, {62, 1, 1}, {63, 4, 0}, {67, 25, 0x1000001}, {95, 17, 5}, {112, 1, 1}});
+    auto const words =
+        row(multicast(1, 0, 0), toPorts(U64{1} << 52 | 1, 0).natSessionIdIs(5).natEnabledIs(true));
+    // An odd number of ones, and so the parity bit behind the ports.
+    expected[2] |= 1u << 28;
+    EXPECT_TRUE(std::equal(words.begin(), words.begin() + 5, expected.begin()))
+        << words[2] << " " << words[3];
+}
+
 TEST_F(SGTableTest, ControlBits13And16StayAsTheyAre) {
     start();
     Words words{};

@@ -109,6 +109,16 @@ TEST_F(StarGTableTest, ARowHasTheGroupTheVlanAndTheMulticastBit) {
     EXPECT_EQ(std::vector<U32>(words.begin(), words.end()), expected);
 }
 
+TEST_F(StarGTableTest, OnAChipOf24PortsTheCpuStandsAtPort24AndTheParityBehindIt) {
+    profile().numPorts = 24;
+    start();
+    auto const words = row(groupKey(0xE0000000, 0), toPorts(U64{1} << 52 | U64{1} << 30 | 1, 0));
+    EXPECT_EQ(words[0], 3u << 28);
+    EXPECT_EQ(words[1], 1u << 2 | 1u << 26) << "port 30 is none of this chip's";
+    EXPECT_EQ(row(groupKey(0xE0000000, 0), toPorts(1, 0))[1], 1u << 2 | 1u << 27)
+        << "the parity of three ones";
+}
+
 TEST_F(StarGTableTest, HashesGroupAndVlanWithBit40Set) {
     auto const item = StarGTableCuckooEntryIs(someGroup);
     U64 const number = U64{1} << 40 | U64{0xABC} << 28 | 0x1A5C3D7;
