@@ -32,6 +32,7 @@ public:
     Unicast const& unicast() const { return read<Unicast>(); }
 
     friend bool operator==(SGData const&, SGData const&) = default;
+    // NOLINTNEXTLINE(modernize-use-nullptr)
     friend auto operator<=>(SGData const&, SGData const&) = default;
     U32 hash(U32 seed) const {
         return std::visit([&](auto const& value) { return value.hash(seed + tag()); }, value_);

@@ -6,8 +6,8 @@
 #include "FailureText.h"
 #include "NerioSwitchTable/NerioTableL3FloodArp.h"
 #include "NerioSwitchTable/NerioTableL3FloodBitmap.h"
-#include "PackedWords.h"
 #include "SwitchFixture.h"
+#include "TraceCapture.h"
 #include "chip/MulticastLookup.h"
 
 namespace {
@@ -15,7 +15,6 @@ namespace {
 using namespace NerioSwitchTable;
 using NerioSwitch::IngressPortMask;
 using NerioSwitch::L3FloodId;
-using NerioTest::packed;
 
 constexpr char const* badFloodId =
     "NerioSwitch::L3FloodId::value < NerioSwitch::L3FloodId::min or > NerioSwitch::L3FloodId::null not "
@@ -104,6 +103,15 @@ TEST_F(L3FloodArpTest, RowsAreAsManyAsTheProfileSupports) {
     EXPECT_FALSE(table().entryHas(40));
 }
 
+TEST_F(L3FloodArpTest, TracesTheSupportedCountAndWhatItDecodes) {
+    NerioTest::TraceCapture const trace("NerioTableL3FloodArp", 7);
+    start();
+    EXPECT_THAT(trace.lines(), testing::ElementsAre("Num supported flood nexthops = 128"));
+    table().entryIs(7, someRewrite);
+    auto const item = arp().decodeHwEntry(7);
+    EXPECT_EQ(trace.lines().back(), "Decoded entry is " + item->toStrep());
+}
+
 TEST_F(L3FloodArpTest, SurvivesARestartButForARowOfZeros) {
     start();
     table().entryIs(0, someRewrite);
@@ -183,6 +191,15 @@ TEST_F(L3FloodBitmapTest, ARowHasThePortsAndTheirParity) {
     EXPECT_EQ(lookup.ports(0x50), 0u);
 }
 
+TEST_F(L3FloodBitmapTest, OnAChipOf24PortsTheParityStandsAtBit24) {
+    profile().numPorts = 24;
+    start();
+    table().entryIs(3, ports(IngressPortMask::cpu | U64{1} << 30 | 1));
+    EXPECT_EQ(shadowWords(3).at(0), 1u << 24 | 1);
+    EXPECT_EQ(shadowWords(3).at(1), 0u);
+    EXPECT_EQ(Chip::FloodLookup(chip(), profile()).ports(3), 1u);
+}
+
 TEST_F(L3FloodBitmapTest, HasItsConstants) {
     start();
     EXPECT_TRUE(table().hwTablesDuplicate());
@@ -224,6 +241,12 @@ TEST_F(L3FloodBitmapTest, Of128RowsWith8ForPathsKey7CountsAsAPathAndKey8AsANextH
     EXPECT_EQ(used(1), 1u);
     table().entryDel(7);
     EXPECT_EQ(used(1), 0u);
+}
+
+TEST_F(L3FloodBitmapTest, TracesTheSupportedCount) {
+    NerioTest::TraceCapture const trace("NerioTableL3FloodBitmap", 3);
+    start();
+    EXPECT_THAT(trace.lines(), testing::ElementsAre("Num supported flood nexthops = 128"));
 }
 
 TEST_F(L3FloodBitmapTest, ACountOf0LeavesTheSizeAndMakesNoCounter) {

@@ -223,6 +223,19 @@ TEST_F(SGTableTest, WithoutTranslationValidStandsWhereTheUnicastFlagIsOtherwise)
     EXPECT_DEATH(table().entryIs(someFlow, toLag(1, 1)), "natProfile\\(\\)");
 }
 
+TEST_F(SGTableTest, OnAChipOf24PortsTheTailFollowsTheShorterPortMask) {
+    profile().numPorts = 24;
+    start();
+    auto expected =
+        packed(8, {{15, 32, 1}, {62, 1, 1}, {63, 4, 0}, {67, 25, 0x1000001}, {95, 17, 5}, {112, 1, 1}});
+    auto const words =
+        row(multicast(1, 0, 0), toPorts(U64{1} << 52 | 1, 0).natSessionIdIs(5).natEnabledIs(true));
+    // An odd number of ones, and so the parity bit behind the ports.
+    expected[2] |= 1u << 28;
+    EXPECT_TRUE(std::equal(words.begin(), words.begin() + 5, expected.begin()))
+        << words[2] << " " << words[3];
+}
+
 TEST_F(SGTableTest, ControlBits13And16StayAsTheyAre) {
     start();
     Words words{};
@@ -370,6 +383,18 @@ TEST_F(SGTableTest, HitsOfAllWaysReachTheirKeys) {
     EXPECT_EQ(hit, keys.size());
     for (auto const& [index, key] : keys)
         EXPECT_EQ(table().tableStatus()->entryStatus(key).lastHit(), Belmo::Duration(4.5));
+}
+
+TEST_F(SGTableTest, TracesWhatItIsAskedFor) {
+    start();
+    NerioTest::TraceCapture const trace("NerioTableSG", 8);
+    table().entryIs(someRoute, toPorts(5));
+    EXPECT_THAT(trace.lines(),
+                testing::Contains(testing::AllOf(testing::HasSubstr(someRoute.stringValue()),
+                                                 testing::HasSubstr(toPorts(5).resultString()))));
+    EXPECT_THAT(trace.lines(), testing::Contains(testing::StartsWith("SGTable: Programming Entry ")));
+    auto const item = decoded(rowOf(someRoute));
+    EXPECT_EQ(trace.lines().back(), "Decoded valid entry is " + item->toStrep());
 }
 
 TEST_F(SGTableTest, PublishesItsItemsOnce) {

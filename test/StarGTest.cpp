@@ -1,5 +1,5 @@
 // Multicast routes of any source, alone and with the routes of stage 29 in the same rows.
-#include <fmt/format.h>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -8,12 +8,14 @@
 
 #include "NerioSwitch/CrcHash.h"
 
+#include "CrowdedKeys.h"
 #include "FailureText.h"
 #include "LpmFixture.h"
 #include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "NerioSwitchTable/NerioTableStarG.h"
 #include "PackedWords.h"
 #include "SwitchFixture.h"
+#include "WatchedBus.h"
 #include "chip/MulticastLookup.h"
 
 namespace {
@@ -107,6 +109,16 @@ TEST_F(StarGTableTest, ARowHasTheGroupTheVlanAndTheMulticastBit) {
     EXPECT_EQ(std::vector<U32>(words.begin(), words.end()), expected);
 }
 
+TEST_F(StarGTableTest, OnAChipOf24PortsTheCpuStandsAtPort24AndTheParityBehindIt) {
+    profile().numPorts = 24;
+    start();
+    auto const words = row(groupKey(0xE0000000, 0), toPorts(U64{1} << 52 | U64{1} << 30 | 1, 0));
+    EXPECT_EQ(words[0], 3u << 28);
+    EXPECT_EQ(words[1], 1u << 2 | 1u << 26) << "port 30 is none of this chip's";
+    EXPECT_EQ(row(groupKey(0xE0000000, 0), toPorts(1, 0))[1], 1u << 2 | 1u << 27)
+        << "the parity of three ones";
+}
+
 TEST_F(StarGTableTest, HashesGroupAndVlanWithBit40Set) {
     auto const item = StarGTableCuckooEntryIs(someGroup);
     U64 const number = U64{1} << 40 | U64{0xABC} << 28 | 0x1A5C3D7;
@@ -130,7 +142,6 @@ TEST_F(StarGTableTest, AnEmptyRowIsThatOfStage29) {
     EXPECT_EQ(null->key(), MrouteKey({}, {}, 0));
     EXPECT_EQ(null->result().vlanGroupId().value(), 17);
     auto const empty = row(null->key(), null->result(), {5, 1}, false);
-    NerioTest::TableFixture<StarGTable>::takeWrites();
     U32 const control = 5u | 1u << 14 | 1u << 17 | 1u << 18;
     U32 const lengths = 27u | 27u << 6 | 27u << 12 | 27u << 18;
     EXPECT_THAT(empty, testing::ElementsAre(0, 0, 0, 0, control, 0, lengths, 0));
@@ -231,6 +242,45 @@ protected:
     }
     bool isPlaced(auto const& table, auto const& key) {
         return table->entryHas(key) && table->tableStatus()->entryStatus(key).status() == programmed;
+    }
+    /** Groups that share four rows in each way. */
+    static std::vector<MrouteKey> crowdedGroups() {
+        auto const keyOf = [](U64 number) {
+            return groupKey(0xE0000000u | static_cast<U32>(number & 0xFFFFFFF),
+                            static_cast<U32>(number >> 28 & 0x3FF));
+        };
+        auto const rowOf = [&](U64 number, U8 way) {
+            return StarGTableCuckooEntry(keyOf(number)).getHash(way);
+        };
+        auto numbers = NerioTest::rowKeepers(rowOf, 38, {0}, 2);
+        for (U64 const number : NerioTest::rowKeepers(rowOf, 38, {1}, 2))
+            numbers.push_back(number);
+        std::vector<MrouteKey> keys;
+        for (U64 const number : NerioTest::spanOf(numbers))
+            keys.push_back(keyOf(number));
+        return keys;
+    }
+    /** Routes that have a row with a group in common. */
+    static std::vector<LpmKey> crowdedRoutes(MrouteKey const& group) {
+        std::vector<LpmKey> keys;
+        U32 const row = StarGTableCuckooEntry(group).getHash(0);
+        for (U32 number = 0; keys.size() < 6; ++number) {
+            auto const key = routeKey(number);
+            if (LpmStageCuckooEntry<29>(key).getHash(0) == row) keys.push_back(key);
+        }
+        return keys;
+    }
+    /** Whether a look-up on the second processor's rows would find the route. */
+    bool chipHasRoute(LpmKey const& key) {
+        auto const& memory = chip->indirectMemory("ingress/processor_l3[1]/lpm29");
+        U32 const address = key.prefix().address().hostOrder();
+        U64 const number = U64{key.vrf()} << 27 | address >> 5;
+        U32 const wanted = address >> 17 | U32{key.vrf()} << 15 | 1u << 29;
+        for (U8 way = 0; way < 2; ++way) {
+            U32 const row = NerioSwitch::crc12Hash(reinterpret_cast<U8 const*>(&number), way, 41);
+            if ((memory.row(way * 4096 + row)[0] & 0x3FFFFFFF) == wanted) return true;
+        }
+        return false;
     }
     /** Every row is its table's, on the chip as well; rows without an item are nobody's. */
     void ownersAgree() {
@@ -337,6 +387,57 @@ TEST_P(RoutesAndGroupsTest, EachSeesItsOwnRowsUnderRandomOperationsAndRestarts) 
             ASSERT_EQ(groups->entry(key), result);
         ownersAgree();
     }
+}
+
+TEST_P(RoutesAndGroupsTest, NoRegisterWriteLosesAnEntryOrMakesAFalseHit) {
+    auto const watched = Belmo::make<NerioTest::WatchedBus>(chip);
+    framework = std::make_unique<NerioSwitchApi::TableFramework>(profile, watched, shadows);
+    if (GetParam() == First::routes) routesAre(StartMode::cold);
+    groupsAre(StartMode::cold);
+    if (GetParam() == First::groups) routesAre(StartMode::cold);
+    auto const groupKeys = crowdedGroups();
+    auto const routeKeys = crowdedRoutes(groupKeys.front());
+    std::map<MrouteKey, U64> placedGroups;
+    std::map<LpmKey, bool> placedRoutes;
+    Chip::MulticastLookup const lookup(*chip, *profile, 1);
+    MrouteKey changingGroup;
+    LpmKey changingRoute;
+    bool holds = true;
+    auto const look = [&] {
+        for (auto const& key : groupKeys) {
+            if (key == changingGroup) continue;
+            auto const hit = lookup.findGroupRoute(key.group().address().hostOrder(), key.vlanId().value());
+            auto const placed = placedGroups.find(key);
+            holds = holds && hit.has_value() == (placed != placedGroups.end());
+            holds = holds && (!hit || hit->ports == placed->second);
+        }
+        for (auto const& key : routeKeys)
+            holds = holds && (key == changingRoute || chipHasRoute(key) == placedRoutes.contains(key));
+    };
+    watched->look = look;
+    std::mt19937 random(2936);
+    for (U32 step = 1; step < 400; ++step) {
+        bool const add = random() % 4 != 0;
+        if (random() % 2 == 0) {
+            changingGroup = groupKeys[random() % groupKeys.size()];
+            add ? groups->entryIs(changingGroup, toPorts(step)) : void(groups->entryDel(changingGroup));
+            placedGroups.erase(changingGroup);
+            if (isPlaced(groups, changingGroup)) placedGroups[changingGroup] = step;
+        } else {
+            changingRoute = routeKeys[random() % routeKeys.size()];
+            add ? routes->entryIs(changingRoute, route(step)) : void(routes->entryDel(changingRoute));
+            placedRoutes.erase(changingRoute);
+            if (isPlaced(routes, changingRoute)) placedRoutes[changingRoute] = true;
+        }
+        changingGroup = MrouteKey();
+        changingRoute = LpmKey();
+        look();
+        ASSERT_TRUE(holds) << "step " << step;
+    }
+    EXPECT_GT(routes->hashConvertor()->moveHistogram()[1], 0u);
+    EXPECT_GT(routes->hashConvertor()->failedPlacements(), 0u);
+    watched->look = {};
+    ownersAgree();
 }
 
 INSTANTIATE_TEST_SUITE_P(EitherFirst, RoutesAndGroupsTest, ::testing::Values(First::routes, First::groups),

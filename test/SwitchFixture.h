@@ -8,6 +8,7 @@
 
 #include "NerioSwitchApi/TableFramework.h"
 
+#include "WatchedBus.h"
 #include "chip/FaultyBus.h"
 #include "chip/RecordingBus.h"
 #include "chip/SimulatedChip.h"
@@ -95,21 +96,6 @@ protected:
     }
 
 private:
-    /** Looks at the chip after every single register write. */
-    struct WatchedBus final : NerioSwitchApi::RegisterBus {
-        explicit WatchedBus(Belmo::Ptr<NerioSwitchApi::RegisterBus> around) : bus(std::move(around)) {}
-        NerioSwitchApi::RegisterHandle address(std::string_view path) override { return bus->address(path); }
-        Belmo::String path(NerioSwitchApi::RegisterHandle handle) const override { return bus->path(handle); }
-        U32 read(NerioSwitchApi::RegisterHandle handle) override { return bus->read(handle); }
-        void write(NerioSwitchApi::RegisterHandle handle, U32 word) override {
-            bus->write(handle, word);
-            if (look) look();
-        }
-
-        Belmo::Ptr<NerioSwitchApi::RegisterBus> bus;
-        std::function<void()> look;
-    };
-
     Factory factory_;
     std::vector<Chip::MemoryDescription> memories_;
     Belmo::Ptr<NerioSwitch::ProfileInfo> profile_ = NerioSwitch::profilePreset("default");
