@@ -130,6 +130,8 @@ public:
             item->tableIs(this);
             return item;
         });
+        auto const& convertor = *this->hashConvertor();
+        this->store().reserve(std::size_t{convertor.tableSize()} * convertor.numHashTables());
         tableStatusIs();
     }
     bool entryHasByHashItem(PtrConst const& item) const override { return this->entryHas(cast(item).key()); }

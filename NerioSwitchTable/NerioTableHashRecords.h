@@ -95,6 +95,9 @@ public:
         items_ = statuses_ = 0;
     }
 
+    /** There will be that many keys: while there are no more, no call has to make room for all of them anew.
+     */
+    void reserve(std::size_t keys) { set_.reserve(keys); }
     /** The table is gone: from now on nobody makes items. */
     void makerDel() { maker_ = nullptr; }
 
