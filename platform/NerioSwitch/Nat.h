@@ -46,35 +46,11 @@ struct NatL4ProtoTraits {
 /** A set of transport protocols, a bit each. There are two; rows hold none for a number above 3. */
 using NatL4Proto = Belmo::RangedIndex<NatL4ProtoTraits>;
 
-struct NatSessionIdTraits {
-    using Representation = U32;
-    static constexpr Representation min = 0;
-    static constexpr Representation null = 0x20000;
-    static constexpr Representation first = min;
-    static constexpr Representation last = null;
-    static constexpr Representation initial = null;
-    static constexpr char const* rangeText =
-        "NerioSwitch::NatSessionId::value < NerioSwitch::NatSessionId::min or > "
-        "NerioSwitch::NatSessionId::null not allowed";
-};
-
 /** What a match tells the rewrite of a packet, 17 bits; 0x20000 is none, and 0 to hardware. */
-using NatSessionId = Belmo::RangedIndex<NatSessionIdTraits>;
-
-struct NatProfileIdTraits {
-    using Representation = U16;
-    static constexpr Representation reserved = 0;
-    static constexpr Representation null = 64;
-    static constexpr Representation first = reserved;
-    static constexpr Representation last = null;
-    static constexpr Representation initial = reserved;
-    static constexpr char const* rangeText =
-        "NerioSwitch::NatProfileId::value < NerioSwitch::NatProfileId::reserved or > "
-        "NerioSwitch::NatProfileId::null not allowed";
-};
+BELMO_INDEX(NerioSwitch, NatSessionId, U32, min, 0, null, 0x20000, null);
 
 /** Number of the set of interfaces that a translation belongs to, 6 bits; 64 is none. */
-using NatProfileId = Belmo::RangedIndex<NatProfileIdTraits>;
+BELMO_INDEX(NerioSwitch, NatProfileId, U16, reserved, 0, null, 64, reserved);
 
 struct RewriteIndexTraits {
     using Representation = U8;

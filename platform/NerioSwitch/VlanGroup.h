@@ -6,20 +6,8 @@
 
 namespace NerioSwitch {
 
-struct VlanGroupIdTraits {
-    using Representation = U16;
-    static constexpr Representation min = 0;
-    static constexpr Representation null = 17;
-    static constexpr Representation first = min;
-    static constexpr Representation last = null;
-    static constexpr Representation initial = null;
-    static constexpr char const* rangeText =
-        "NerioSwitch::VlanGroupId::value < NerioSwitch::VlanGroupId::min or > "
-        "NerioSwitch::VlanGroupId::null not allowed";
-};
-
 /** Number of a group of VLANs that a multicast packet leaves a port in; 17 is none. */
-using VlanGroupId = Belmo::RangedIndex<VlanGroupIdTraits>;
+BELMO_INDEX(NerioSwitch, VlanGroupId, U16, min, 0, null, 17, null);
 
 struct GroupVlanIndexTraits {
     using Representation = U8;
