@@ -120,13 +120,6 @@ LpmRowLayout lpmRowLayout(LpmStage const& stage, U8 numVrfBits) {
     return layout;
 }
 
-void setEmptyLpmRow(LpmStage const& stage, U32* row) {
-    RowImage image;
-    for (U8 i = 0; i < LpmRowLayout::cells; ++i)
-        image.put(realPrefixLen(i), stage.prefixBaseLen);
-    image.layOver(row);
-}
-
 void setLpmControl(Dovra::Cuckoo::CuckooLocation const& location, U8 hashTableId, U32* row) {
     RowImage image;
     image.put(LpmControl::row, location.row);

@@ -108,9 +108,6 @@ struct NERIO_SWITCH_TABLE_EXPORT LpmRowLayout {
 /** The layout of a stage's rows where `numVrfBits` bits of a VRF's number, 2, 3 or 5, are stored. */
 NERIO_SWITCH_TABLE_EXPORT LpmRowLayout lpmRowLayout(LpmStage const& stage, U8 numVrfBits);
 
-/** Lays out, in a zeroed row, what a row of the stage holds that no entry stands in, but its control word. */
-NERIO_SWITCH_TABLE_EXPORT void setEmptyLpmRow(LpmStage const& stage, U32* row);
-
 /** Sets the control word's fields in a row; its other bits stay. */
 NERIO_SWITCH_TABLE_EXPORT void setLpmControl(Dovra::Cuckoo::CuckooLocation const& location, U8 hashTableId,
                                              U32* row);

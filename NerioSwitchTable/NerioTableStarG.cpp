@@ -138,19 +138,15 @@ void StarGHelper::setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLocati
                               Sorn::BytePtr buffer) {
     auto const& item = static_cast<StarGTableCuckooEntry const&>(*entry);
     auto* const words = reinterpret_cast<U32*>(buffer);
-    if (item.valid()) {
-        StarGRowLayout::compare.set(words, item.hwCompareEncoding());
-        StarGRowLayout::multicast.set(words, 1);
-        StarGRowLayout::valid.set(words, 1);
-        StarGRowLayout::vlanGroupId.set(words, item.result().vlanGroupId().value());
-        layout_->portMask.set(words, item.result().portMask().hardwareBitmask(profile()->numPorts));
-        layout_->parity.set(words, 0);
-        layout_->parity.set(words, NerioSwitch::parityU32Array(words, StarGRowLayout::parityWords));
-        StarGRowLayout::group.set(words, item.key().group().address().hostOrder());
-    } else {
-        setEmptyLpmRow(lpmStage(29), words);
-    }
+    StarGRowLayout::compare.set(words, item.hwCompareEncoding());
+    StarGRowLayout::multicast.set(words, 1);
+    StarGRowLayout::valid.set(words, item.valid());
+    StarGRowLayout::vlanGroupId.set(words, item.result().vlanGroupId().value());
+    layout_->portMask.set(words, item.result().portMask().hardwareBitmask(profile()->numPorts));
+    layout_->parity.set(words, 0);
+    layout_->parity.set(words, NerioSwitch::parityU32Array(words, StarGRowLayout::parityWords));
     setStaticBuffer(location, buffer);
+    StarGRowLayout::group.set(words, item.key().group().address().hostOrder());
 }
 
 StarGHelper::Ptr StarGHelper::nullHashEntry() {

@@ -127,8 +127,8 @@ public:
 };
 
 /**
- * Lays items out in rows. A row without an entry is the one that stage 29 leaves empty, so that nothing is to
- * be written where the two tables come and go.
+ * Lays items out in rows. An empty row has the multicast bit and VLAN group 1, which hardware takes for
+ * nothing without the valid bit. Shared rows are emptied as the table does that was attached first.
  */
 class NERIO_SWITCH_TABLE_EXPORT StarGHelper final : public NerioTableHashHelper {
 public:

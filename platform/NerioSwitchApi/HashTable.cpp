@@ -10,6 +10,26 @@ namespace NerioSwitchApi {
 using Dovra::Cuckoo::CuckooLocation;
 using Dovra::Cuckoo::Outcome;
 
+namespace {
+
+/**
+ * The words of a row that another table than the first has emptied in its own way, as tables do that were
+ * alone with the rows for a while; nothing for any other row.
+ */
+std::optional<std::array<U32, maxEntryWords>> emptiedByAnother(PhysicalHashTableConvertor const& convertor,
+                                                               HwTableConfig const& table, HwIndex index) {
+    for (U32 number = 1; number < convertor.swTables(); ++number) {
+        auto const& helper = convertor.helper(number);
+        std::array<U32, maxEntryWords> words{};
+        helper->setHwBuffer(helper->nullHashEntry(), convertor.location(index),
+                            reinterpret_cast<U8*>(words.data()));
+        if (!convertor.differs(table, index, words.data(), convertor.entryWords())) return words;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
 PhysicalHashProperties::~PhysicalHashProperties() = default;
 HashBaseCuckooEntry::~HashBaseCuckooEntry() = default;
 HashBaseHelper::~HashBaseHelper() = default;
@@ -244,7 +264,8 @@ void PhysicalHashTableConvertor::initHwEntries(bool resetHw, U32 /*id*/) {
         if (occupancy_->taken(index) || !helpers_.front()->reachable(location(index))) continue;
         auto const words = nullWords(index);
         for (auto const& [id, table] : hwTables()) {
-            if ((resetHw && !othersAreUp) || differs(*table, index, words.data(), entryWords())) {
+            if ((resetHw && !othersAreUp) || (differs(*table, index, words.data(), entryWords()) &&
+                                              !emptiedByAnother(*this, *table, index))) {
                 table->entryIs(HwEntryConfig(index, std::span(words), entryWords()));
             }
         }
@@ -275,13 +296,16 @@ void PhysicalHashTableConvertor::adopt(HwIndex index) {
         helper->swTable()->entryIsByHashItem(item);
         return;
     }
-    if (differs(*hwTable(0), index, nullWords(index).data(), entryWords())) reserve(index);
+    if (differs(*hwTable(0), index, nullWords(index).data(), entryWords()) &&
+        !emptiedByAnother(*this, *hwTable(0), index))
+        reserve(index);
 }
 
-std::optional<HwEntryConfig> PhysicalHashTableConvertor::wantedEntry(HwTableId, HwIndex index) const {
+std::optional<HwEntryConfig> PhysicalHashTableConvertor::wantedEntry(HwTableId id, HwIndex index) const {
     auto const& item = items_[index];
     if (!item && (reserved(index) || !helpers_.front()->reachable(location(index)))) return std::nullopt;
-    auto const words = item ? wordsOf(item, index) : nullWords(index);
+    auto const words =
+        item ? wordsOf(item, index) : emptiedByAnother(*this, *hwTable(id), index).value_or(nullWords(index));
     return HwEntryConfig(index, std::span(words), entryWords());
 }
 
