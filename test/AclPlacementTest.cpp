@@ -17,7 +17,7 @@ using NerioSwitch::AclHashResult;
 constexpr auto programmed = NerioSwitchApi::EntryProgrammedStatus::entryProgrammed;
 constexpr auto failed = NerioSwitchApi::EntryProgrammedStatus::entryProgrammingFailed;
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(NERIO_SANITIZED)
 constexpr int steps =
     25;  // every rule is looked up after every write, which takes the sanitizers' build long
 #else

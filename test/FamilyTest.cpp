@@ -193,7 +193,7 @@ protected:
     FamilyCase const& family() const { return GetParam(); }
 };
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(NERIO_SANITIZED)
 constexpr int rounds = 15;
 #else
 constexpr int rounds = 60;
@@ -386,7 +386,7 @@ private:
     TemporaryDirectory started_;
 };
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(NERIO_SANITIZED)
 constexpr U64 cutsApart = 9;  // the processes of each cut start slowly in the sanitizers' build
 #else
 constexpr U64 cutsApart = 1;

@@ -19,7 +19,7 @@ using namespace NerioTest;
 using namespace NerioSwitchTable;
 using NerioSwitchApi::StartMode;
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(NERIO_SANITIZED)
 constexpr int operations = 50'000;  // the sanitizers' build takes twenty times as long for each
 #else
 constexpr int operations = 1'000'000;
