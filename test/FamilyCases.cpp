@@ -41,7 +41,8 @@ using RowsOfNumber = std::function<std::array<U32, 2>(U16)>;
 std::vector<U16> crowdedNumbers(RowsOfNumber const& rows) {
     constexpr std::size_t each = 6;
     std::array<std::vector<U16>, 2> sharing{{{0}, {0}}};
-    for (U32 number = 1; number <= 0xFFFF; ++number) {
+    auto const isFull = [&] { return sharing[0].size() == each && sharing[1].size() == each; };
+    for (U32 number = 1; number <= 0xFFFF && !isFull(); ++number) {
         auto const found = rows(static_cast<U16>(number));
         for (std::size_t table = 0; table < 2; ++table) {
             auto& numbers = sharing[table];
