@@ -13,9 +13,12 @@ std::size_t allocationCount() {
     return allocations;
 }
 
-void* operator new(std::size_t size) {
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
     ++allocations;
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
+    return std::malloc(size == 0 ? 1 : size);
+}
+void* operator new(std::size_t size) {
+    if (void* memory = operator new(size, std::nothrow)) return memory;
     throw std::bad_alloc();
 }
 
