@@ -25,9 +25,10 @@ help:
 	@echo 'make clean      remove everything that was built'
 	@echo 'Debian packages that are missing are installed first, after a line that names them.'
 
-# $(call packages,preset) and $(call configure,preset) prepare a build, $(call build,preset,target) makes it.
+# $(call packages,preset) and $(call configure,preset,arguments) prepare a build, $(call build,preset,target)
+# makes it.
 packages = @tools/install-dependencies.sh build test bench $(filter lint clang,$(1))
-configure = @tools/step.sh 'Configuring $(1)' build/$(1)/configure.log cmake --preset $(1)
+configure = @tools/step.sh 'Configuring $(1)' build/$(1)/configure.log cmake --preset $(1) $(2)
 build = @tools/step.sh 'Building $(1)' build/$(1)/build.log \
 	cmake --build --preset $(1) -j$(JOBS) --target $(2)
 
@@ -37,11 +38,18 @@ run:
 	$(call build,release,nerio)
 	@build/release/nerio/nerio run $(ARGS)
 
+# The sanitizers watch the libraries; the tests are those that the release build compiles.
 # What passed is left out, so that failures and the summary stand alone; test.log has every line.
 test:
 	@rm -f build/$(PRESET)/test.log
 	$(call packages,$(PRESET))
+ifeq ($(PRESET),sanitize)
+	$(call configure,release)
+	$(call build,release,nerio_test_objects)
+	$(call configure,sanitize,-DNERIO_TEST_OBJECTS=$(CURDIR)/build/release)
+else
 	$(call configure,$(PRESET))
+endif
 	$(call build,$(PRESET),all)
 	@ctest --preset $(PRESET) -j$(JOBS) | tee build/$(PRESET)/test.log | sed -u -E \
 	    -e '/^ *Start +[0-9]+: /d' -e '/^ *[0-9]+\/[0-9]+ Test +#[0-9]+: .* Passed +[0-9.]+ sec$$/d'

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "AclFixture.h"
+#include "BuildUnderTest.h"
 #include "RandomAcl.h"
 
 namespace {
@@ -17,12 +18,8 @@ using NerioSwitch::AclHashResult;
 constexpr auto programmed = NerioSwitchApi::EntryProgrammedStatus::entryProgrammed;
 constexpr auto failed = NerioSwitchApi::EntryProgrammedStatus::entryProgrammingFailed;
 
-#if defined(NERIO_SANITIZED)
-constexpr int steps =
-    25;  // every rule is looked up after every write, which takes the sanitizers' build long
-#else
-constexpr int steps = 200;
-#endif
+/** Every rule is looked up after every write, which takes the sanitizers' build long. */
+int const steps = sanitized ? 25 : 200;
 
 struct Place {
     AclChip chip;
@@ -122,7 +119,7 @@ TEST_P(AclPlacementTest, NoRuleVanishesWhileAnotherIsPlacedNearTheLimit) {
         }
     }
     afterEveryWriteIs({});
-    EXPECT_GT(writes, 3u * steps);
+    EXPECT_GT(writes, 3 * static_cast<U64>(steps));
     auto const& histogram = table().hashConvertor()->moveHistogram();
     U64 chains = 0;
     for (std::size_t length = 3; length < histogram.size(); ++length)

@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "BuildUnderTest.h"
 #include "TemporaryDirectory.h"
 
 namespace NerioTest {
@@ -18,7 +19,7 @@ namespace NerioTest {
 class CommandProcess {
 public:
     explicit CommandProcess(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), NERIO_COMMAND);
+        arguments.insert(arguments.begin(), nerioCommand);
         std::vector<char*> argv;
         for (auto& argument : arguments)
             argv.push_back(argument.data());

@@ -62,7 +62,7 @@ std::vector<U16> crowdedNumbers(RowsOfNumber const& rows) {
     return crowded;
 }
 
-/** The numbers that a family's keys are drawn from; `item` makes a key's item. */
+/** The numbers that a family's keys are made of; `item` makes a number's item. */
 template <class MakeItem>
 std::vector<U16> crowdedNumbersOf(MakeItem const& item) {
     return crowdedNumbers([&](U16 number) {
@@ -73,22 +73,28 @@ std::vector<U16> crowdedNumbersOf(MakeItem const& item) {
 
 /** A result of 0 makes a row an empty one, and is left to the family's own tests. */
 FamilyCase hashTestCase() {
-    auto const numbers =
-        crowdedNumbersOf([](U16 number) { return HashTestTableCuckooEntry(HashTestKey(number)); });
+    auto const keys = [] {
+        auto const numbers =
+            crowdedNumbersOf([](U16 number) { return HashTestTableCuckooEntry(HashTestKey(number)); });
+        return std::vector<Json>(numbers.begin(), numbers.end());
+    };
     return {{"hashTest", "hashTest", {}},
-            [numbers](Random& random, auto const&) { return Json(numbers[below(random, numbers.size())]); },
+            drawnFrom(keys),
             [](Random& random, auto const&) { return Json(1 + below(random, 1000)); },
             [](auto const&, auto const& result) { return result; }};
 }
 
 /** The key 0 makes a row an empty one. */
 FamilyCase aclCounterCase() {
-    auto numbers = crowdedNumbersOf([](U16 number) {
-        return AclIndirectCounterHashTableCuckooEntry(NerioSwitch::AclIndirectCounterHashKey(number));
-    });
-    std::erase(numbers, 0);
+    auto const keys = [] {
+        auto numbers = crowdedNumbersOf([](U16 number) {
+            return AclIndirectCounterHashTableCuckooEntry(NerioSwitch::AclIndirectCounterHashKey(number));
+        });
+        std::erase(numbers, 0);
+        return std::vector<Json>(numbers.begin(), numbers.end());
+    };
     return {{"aclIndirectCounterHash", "aclIndirectCounterHash", {{"pipelinePair", 1}}},
-            [numbers](Random& random, auto const&) { return Json(numbers[below(random, numbers.size())]); },
+            drawnFrom(keys),
             [](Random& random, auto const&) { return Json(below(random, 0x2000)); },
             [](auto const&, auto const& result) { return Json(result.template get<U32>() & 0xFFF); }};
 }
@@ -125,7 +131,7 @@ Json aclResultFromHardware(U8 physTableIdx, Json const& result) {
 }
 
 /** Crowded keys, and some that are anything that the default preset's chip can hold. */
-FamilyCase aclCase(U8 physTableIdx) {
+std::vector<Json> aclKeys(U8 physTableIdx) {
     auto const numbers = crowdedNumbersOf([physTableIdx](U16 number) {
         return AclHashTableCuckooEntry(numberedAclKey(physTableIdx, number), true, true);
     });
@@ -136,8 +142,12 @@ FamilyCase aclCase(U8 physTableIdx) {
     Random choice(physTableIdx);
     for (int i = 0; i < 6; ++i)
         keys.push_back(Agent::toJson(randomAclKey(choice, physTableIdx, 6)));
+    return keys;
+}
+
+FamilyCase aclCase(U8 physTableIdx) {
     return {{"aclHash", "aclHashTable" + std::to_string(physTableIdx), {{"physTableIdx", physTableIdx}}},
-            [keys](Random& random, auto const&) { return keys[below(random, keys.size())]; },
+            drawnFrom([physTableIdx] { return aclKeys(physTableIdx); }),
             randomResultOfAclKey,
             [physTableIdx](auto const&, auto const& result) {
                 return aclResultFromHardware(physTableIdx, result);
@@ -211,15 +221,18 @@ LpmResult randomLpmResult(LpmStage const& stage, Random& random) {
 
 template <U8 number>
 FamilyCase lpmStageCase() {
-    constexpr auto const& stage = lpmStage(number);
     auto const name = "lpm" + std::to_string(number);
-    std::vector<Json> keys;
-    for (U16 const each : crowdedNumbersOf(
-             [](U16 any) { return LpmStageCuckooEntry<number>(numberedLpmKey(lpmStage(number), any)); }))
-        keys.push_back(Agent::toJson(numberedLpmKey(stage, each)));
+    auto const findKeys = [] {
+        constexpr auto const& stage = lpmStage(number);
+        std::vector<Json> keys;
+        for (U16 const each : crowdedNumbersOf(
+                 [](U16 any) { return LpmStageCuckooEntry<number>(numberedLpmKey(stage, any)); }))
+            keys.push_back(Agent::toJson(numberedLpmKey(stage, each)));
+        return keys;
+    };
     return {
         {name, name, {}},
-        [keys](Random& random, auto const&) { return keys[below(random, keys.size())]; },
+        drawnFrom(findKeys),
         [](Random& random, auto const&) { return Agent::toJson(randomLpmResult(lpmStage(number), random)); },
         [](auto const&, auto const& result) { return result; }};
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,16 @@ FamilyCase familyCase(Belmo::String const& family, RandomKey randomKey) {
             [](auto const&, auto const& result) {
                 return result == Agent::toJson(Result()) ? Agent::Json() : result;
             }};
+}
+
+/** Draws from keys that are found when the first one is drawn: few processes need those of every family. */
+template <class FindKeys>
+auto drawnFrom(FindKeys findKeys) {
+    auto const keys = std::make_shared<std::vector<Agent::Json>>();
+    return [findKeys, keys](Random& random, auto const&) {
+        if (keys->empty()) *keys = findKeys();
+        return (*keys)[below(random, keys->size())];
+    };
 }
 
 /** Every family, a line each; the tables of a hash family for keys that crowd in few rows. */

@@ -15,6 +15,7 @@
 
 #include "NerioSwitchApi/TableFramework.h"
 
+#include "BuildUnderTest.h"
 #include "ChildProcess.h"
 #include "FamilyCases.h"
 #include "TemporaryDirectory.h"
@@ -193,11 +194,7 @@ protected:
     FamilyCase const& family() const { return GetParam(); }
 };
 
-#if defined(NERIO_SANITIZED)
-constexpr int rounds = 15;
-#else
-constexpr int rounds = 60;
-#endif
+int const rounds = sanitized ? 15 : 60;
 
 TEST_P(FamilyTest, RandomOperationsAndRestartsAgreeWithAModel) {
     Random random(20261);
@@ -386,11 +383,8 @@ private:
     TemporaryDirectory started_;
 };
 
-#if defined(NERIO_SANITIZED)
-constexpr U64 cutsApart = 9;  // the processes of each cut start slowly in the sanitizers' build
-#else
-constexpr U64 cutsApart = 1;
-#endif
+/** The processes of each cut start slowly in the sanitizers' build. */
+U64 const cutsApart = sanitized ? 9 : 1;
 
 /** Every write of the agent's operations, and those of the cold start: all, or some 32 evenly spread. */
 TEST_P(FamilyTest, AProcessKilledAtAnyRegisterWriteLeavesASwitchThatRecovers) {

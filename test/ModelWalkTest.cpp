@@ -6,6 +6,7 @@
 
 #include "NerioSwitchApi/TableFramework.h"
 
+#include "BuildUnderTest.h"
 #include "NerioSwitchTable/NerioTableAclHashes.h"
 #include "NerioSwitchTable/NerioTableAclIndirectCounter.h"
 #include "NerioSwitchTable/NerioTableHashTest.h"
@@ -19,11 +20,7 @@ using namespace NerioTest;
 using namespace NerioSwitchTable;
 using NerioSwitchApi::StartMode;
 
-#if defined(NERIO_SANITIZED)
-constexpr int operations = 50'000;  // the sanitizers' build takes twenty times as long for each
-#else
-constexpr int operations = 1'000'000;
-#endif
+int const operations = sanitized ? 50'000 : 1'000'000;
 constexpr int restarts = 20;
 
 /** Draws keys and results of a family, and says what the chip holds for a key. */

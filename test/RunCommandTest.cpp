@@ -6,6 +6,7 @@
 #include <ostream>
 #include <string_view>
 
+#include "BuildUnderTest.h"
 #include "CommandProcess.h"
 #include "TemporaryDirectory.h"
 #include "agent/Json.h"
@@ -445,10 +446,10 @@ TEST(CommandTest, ASubcommandIsRequired) {
 }
 
 TEST(CommandTest, OutputThatIsLostIsAFailure) {
-    auto const run = std::string(NERIO_COMMAND) + " run > /dev/full 2> /dev/null";
+    auto const run = std::string(nerioCommand) + " run > /dev/full 2> /dev/null";
     EXPECT_EQ(WEXITSTATUS(std::system(run.c_str())), 1);
     auto const script =
-        std::string("echo '{\"op\":\"capacity\"}' | ") + NERIO_COMMAND + " script > /dev/full 2> /dev/null";
+        std::string("echo '{\"op\":\"capacity\"}' | ") + nerioCommand + " script > /dev/full 2> /dev/null";
     EXPECT_EQ(WEXITSTATUS(std::system(script.c_str())), 1);
 }
 
