@@ -240,15 +240,18 @@ AclLookup::AclLookup(SimulatedChip const& chip, NerioSwitch::ProfileInfo const& 
     }
 }
 
-std::optional<AclHit> AclLookup::find(AclFields const& fields, U8 combination, U32 pipeline,
-                                      WrongParity* wrongParity) const {
-    auto const index = layoutOf(combination);
-    auto const& layout = keyLayouts[index];
-    check(layout, fields);
+IndirectMemory const& AclLookup::memory(U8 combination, U32 pipeline) const {
     if (pipeline >= memories_.size())
         throw Belmo::RangeException(fmt::format("ACL lookup: there is no pipeline {}", pipeline));
-    auto const& memory = *memories_[pipeline][index];
-    bool const withMasks = version_ > 2;
+    return *memories_[pipeline][layoutOf(combination)];
+}
+
+std::optional<AclHit> AclLookup::find(AclFields const& fields, U8 combination, U32 pipeline,
+                                      WrongParity* wrongParity) const {
+    auto const& layout = keyLayouts[layoutOf(combination)];
+    check(layout, fields);
+    auto const& rowMemory = memory(combination, pipeline);
+    bool const withMasks = tellsLengths();
     auto const key = keyOf(layout, fields, combination, withMasks);
     if (!key) {
         if (wrongParity != nullptr) *wrongParity = {};
@@ -261,11 +264,11 @@ std::optional<AclHit> AclLookup::find(AclFields const& fields, U8 combination, U
     auto const rows = processorPerPipeline_ ? NerioSwitch::crc12Hashes(bytes.data(), keyBits)
                                             : NerioSwitch::crc11Hashes(bytes.data(), keyBits);
     auto const stored = key->from(impliedBits);
-    auto const place = matchingPlace(memory, rows, layout.parityWords, wrongParity, [&](auto const& words) {
-        return BitRow(words).lowest(storedBits) == stored;
-    });
+    auto const place =
+        matchingPlace(rowMemory, rows, layout.parityWords, wrongParity,
+                      [&](auto const& words) { return BitRow(words).lowest(storedBits) == stored; });
     if (!place) return std::nullopt;
-    return hitOf(*place, layout, BitRow(wordsAt(memory, *place)).from(storedBits), version_);
+    return hitOf(*place, layout, BitRow(wordsAt(rowMemory, *place)).from(storedBits), version_);
 }
 
 IndirectCounterLookup::IndirectCounterLookup(SimulatedChip const& chip, U32 processor)

@@ -81,6 +81,10 @@ public:
      */
     std::optional<AclHit> find(AclFields const& fields, U8 combination, U32 pipeline,
                                WrongParity* wrongParity = nullptr) const;
+    /** The rows that a combination is looked up in. Throws likewise. */
+    IndirectMemory const& memory(U8 combination, U32 pipeline) const;
+    /** Whether keys tell how long their addresses are. */
+    bool tellsLengths() const { return version_ > 2; }
 
 private:
     static constexpr std::size_t tableCount = 4;

@@ -145,12 +145,16 @@ std::optional<LpmHit> LpmLookup::find(U8 vrf, U32 address) const {
 std::optional<LpmHit> LpmLookup::packetIs(U8 vrf, U32 address) {
     auto const hit = find(vrf, address);
     if (!hit) return hit;
-    std::size_t stage = 0;
-    while (stage < stages_.size() && hashedStages[stage].number != hit->stage)
-        ++stage;
-    auto& memory = stage < stages_.size() ? *stages_[stage] : *direct_;
-    memory.hitIs(hit->place.way * memory.description().rowsPerWay + hit->place.row);
+    auto& rows = memory(hit->stage);
+    rows.hitIs(hit->place.way * rows.description().rowsPerWay + hit->place.row);
     return hit;
+}
+
+IndirectMemory& LpmLookup::memory(U8 stage) const {
+    for (std::size_t i = 0; i < stages_.size(); ++i) {
+        if (hashedStages[i].number == stage) return *stages_[i];
+    }
+    return *direct_;
 }
 
 }  // namespace Chip

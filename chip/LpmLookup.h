@@ -52,6 +52,8 @@ public:
     std::optional<LpmHit> find(U8 vrf, U32 address) const;
     /** The same for a packet that comes: the row that answers gets its hit bit. */
     std::optional<LpmHit> packetIs(U8 vrf, U32 address);
+    /** The rows of the stage that a hit names. */
+    IndirectMemory& memory(U8 stage) const;
 
 private:
     static constexpr std::size_t hashStages = 7;

@@ -62,9 +62,9 @@ struct Line {
     U32 flags;
 };
 
-Line lineOf(SimulatedChip const& chip, U32 processor, U32 bank, U32 number) {
+Line lineOf(SimulatedChip const& chip, U32 processor, U32 row) {
     auto const& memory = chip.indirectMemory(fmt::format("egress/processor[{}]/lines", processor));
-    auto const words = memory.row(bank * linesPerBank + number);
+    auto const words = memory.row(row);
     return {words[0], words[1]};
 }
 
@@ -105,10 +105,20 @@ std::optional<MulticastLookup::RowFound> MulticastLookup::findPair(U32 source, U
     return std::nullopt;
 }
 
+PairTranslation MulticastLookup::translationOf(RowFound const& found) const {
+    if (!hasSessions_) return {};
+    // Behind the ports' place and the parity bit; the words from the second one on hold all of it.
+    BitRow const tail(Words(found.words).subspan(1));
+    U32 const first = 62 + ports_ + 7 - 32;
+    return {.natType = static_cast<U8>(tail.at(bits(first, 2))),
+            .natSession = static_cast<U32>(tail.at(bits(first + 2, 17))),
+            .natEnabled = tail.at(bits(first + 19, 1)) != 0};
+}
+
 std::optional<MulticastHit> MulticastLookup::findSourceRoute(U32 source, U32 group, U16 vlan) const {
     auto const found = findPair(source, group, vlan & 0xFFF);
     if (!found) return std::nullopt;
-    MulticastHit hit{.place = found->place, .ofSource = true};
+    MulticastHit hit{.place = found->place, .ofSource = true, .translation = translationOf(*found)};
     readPorts(found->words, translates_ ? unicastBit + 4u : unicastBit + 1u, ports_, hit);
     return hit;
 }
@@ -145,19 +155,12 @@ std::optional<FlowHit> MulticastLookup::findFlow(U32 source, U32 destination, U8
     auto const kind = static_cast<U16>(destination >> 28 | (ingressProfile & 63u) << 4 | unicastKind);
     auto const found = findPair(source, destination, kind);
     if (!found) return std::nullopt;
-    Words const words = found->words;
-    BitRow const row(words);
+    BitRow const row(Words(found->words));
     FlowHit hit{.place = found->place};
     hit.lookupType = static_cast<U8>(row.at({60, 2}));
     hit.rewriteIndex = static_cast<U8>(row.at({63, 6}));
     hit.l3Lag = static_cast<U8>(row.at({69, 6}));
-    if (!hasSessions_) return hit;
-    // Behind the ports' place and the parity bit; the words from the second one on hold all of it.
-    BitRow const tail(words.subspan(1));
-    U32 const first = 62 + ports_ + 7 - 32;
-    hit.natType = static_cast<U8>(tail.at(bits(first, 2)));
-    hit.natSession = static_cast<U32>(tail.at(bits(first + 2, 17)));
-    hit.natEnabled = tail.at(bits(first + 19, 1)) != 0;
+    hit.translation = translationOf(*found);
     return hit;
 }
 
@@ -186,12 +189,17 @@ std::optional<U64> FloodLookup::ports(U32 nexthop, U32 processor) const {
 }
 
 std::optional<FloodRewrite> FloodLookup::rewrite(U32 nexthop, U32 egressProcessor, U32 pipePort) const {
-    auto const even = lineOf(chip_, egressProcessor, pipePort & 1, nexthopLine + 2 * nexthop);
-    auto const odd = lineOf(chip_, egressProcessor, pipePort & 1, nexthopLine + 2 * nexthop + 1);
+    U32 const row = rewriteRow(nexthop, pipePort);
+    auto const even = lineOf(chip_, egressProcessor, row);
+    auto const odd = lineOf(chip_, egressProcessor, row + 1);
     for (auto const& line : {even, odd}) {
         if (!evenParity(std::array{line.data, line.flags})) return std::nullopt;
     }
     return FloodRewrite{.ethAddr = U64{even.data} << 16 | odd.data >> 16, .vlan = static_cast<U16>(odd.data)};
+}
+
+U32 FloodLookup::rewriteRow(U32 nexthop, U32 pipePort) {
+    return (pipePort & 1) * linesPerBank + nexthopLine + 2 * nexthop;
 }
 
 VlanGroupWalk::VlanGroupWalk(SimulatedChip const& chip, NerioSwitch::ProfileInfo const& profile)
@@ -206,14 +214,23 @@ VlanGroupWalk::VlanGroupWalk(SimulatedChip const& chip, NerioSwitch::ProfileInfo
     }
 }
 
+bool VlanGroupWalk::knows(NerioSwitch::ProfileInfo const& profile) {
+    return std::ranges::all_of(profile.portIdToEgressPipe,
+                               [](auto const& port) { return port.second.pipePort <= 1; });
+}
+
+U32 VlanGroupWalk::groupRow(U32 pipePort, U8 group) {
+    return pipePort * linesPerBank + firstGroupLine + group * linesPerGroup;
+}
+
 std::vector<U16> VlanGroupWalk::vlans(U32 port, U8 group) const {
     auto const found = ports_.find(port);
     if (found == ports_.end() || group > 15)
         throw Belmo::RangeException(fmt::format("VLAN groups: there is no group {} at port {}", group, port));
     std::vector<U16> vlans;
     for (U32 number = 0; number < linesPerGroup; ++number) {
-        auto const line = lineOf(chip_, found->second.pipeId, found->second.pipePort,
-                                 firstGroupLine + group * linesPerGroup + number);
+        auto const line =
+            lineOf(chip_, found->second.pipeId, groupRow(found->second.pipePort, group) + number);
         if ((line.flags & 1) != 0) vlans.push_back(static_cast<U16>(line.data >> 16));
         if ((line.flags & 2) != 0) vlans.push_back(static_cast<U16>(line.data));
         if ((line.flags & 4) == 0) break;

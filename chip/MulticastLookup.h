@@ -13,6 +13,16 @@
 
 namespace Chip {
 
+/** The translation that a row of source and destination asks for; none on chips whose rows have no room. */
+struct PairTranslation {
+    /** 0 of the source, 1 of the destination, 2 of both. */
+    U8 natType = 0;
+    U32 natSession = 0;
+    bool natEnabled = false;
+
+    friend bool operator==(PairTranslation const&, PairTranslation const&) = default;
+};
+
 /** Where a multicast packet goes. */
 struct MulticastHit {
     HashPlace place;
@@ -22,6 +32,7 @@ struct MulticastHit {
     U64 ports = 0;
     /** The group of VLANs in which it leaves each port, 0 to 15. */
     U8 vlanGroup = 0;
+    PairTranslation translation{};
 
     friend bool operator==(MulticastHit const&, MulticastHit const&) = default;
 };
@@ -32,10 +43,7 @@ struct FlowHit {
     U8 lookupType = 0;
     U8 rewriteIndex = 0;
     U8 l3Lag = 0;
-    /** Translation; zeros on chips whose rows have no room for it. */
-    U8 natType = 0;
-    U32 natSession = 0;
-    bool natEnabled = false;
+    PairTranslation translation{};
 
     friend bool operator==(FlowHit const&, FlowHit const&) = default;
 };
@@ -65,6 +73,8 @@ public:
     std::optional<MulticastHit> packetIs(U32 source, U32 group, U16 vlan);
     /** And as `findFlow`. */
     std::optional<FlowHit> flowIs(U32 source, U32 destination, U8 ingressProfile);
+    /** The rows of pairs, or those of groups alone. */
+    IndirectMemory const& memory(bool ofSource) const { return ofSource ? *pairs_ : *groups_; }
 
 private:
     struct RowFound {
@@ -72,6 +82,7 @@ private:
         std::array<U32, 5> words;
     };
     std::optional<RowFound> findPair(U32 source, U32 destination, U16 kind) const;
+    PairTranslation translationOf(RowFound const& found) const;
 
     U32 ports_;
     bool translates_;
@@ -97,6 +108,8 @@ public:
 
     /** The ports of a next hop, 0 to 159; nothing if the row's parity is wrong. */
     std::optional<U64> ports(U32 nexthop, U32 processor = 0) const;
+    /** The row of `egress/processor[]/lines` in which a port's rewrite begins. */
+    static U32 rewriteRow(U32 nexthop, U32 pipePort);
     /** What is written for it at one of two ports of an egress processor; nothing if a line's parity is
      * wrong. */
     std::optional<FloodRewrite> rewrite(U32 nexthop, U32 egressProcessor, U32 pipePort) const;
@@ -114,6 +127,10 @@ public:
      * more than two ports in an egress pipe, of which it is not known where their groups are.
      */
     VlanGroupWalk(SimulatedChip const& chip, NerioSwitch::ProfileInfo const& profile);
+    /** Whether it is known where the chip of that profile has its groups. */
+    static bool knows(NerioSwitch::ProfileInfo const& profile);
+    /** The row of `egress/processor[]/lines` in which a port's group begins. */
+    static U32 groupRow(U32 pipePort, U8 group);
 
     /** The VLANs in which a packet for the group, 0 to 15, leaves the port. */
     std::vector<U16> vlans(U32 port, U8 group) const;

@@ -6,7 +6,6 @@
 #include "NerioSwitch/CrcHash.h"
 
 #include "chip/BitRow.h"
-#include "chip/Geometry.h"
 
 namespace Chip {
 
@@ -105,6 +104,8 @@ std::optional<NatMatchHit> NatMatchLookup::find(NatSide const& side) const {
     return NatMatchHit{.place = *place,
                        .dynamic = false,
                        .destination = side.destination,
+                       .withPort = side.port.has_value(),
+                       .filter = side.filter,
                        .protocols = static_cast<U8>(result.at({1, 2})),
                        .session = static_cast<U32>(result.at({3, 17})),
                        .useAcl = result.at({20, 1}) != 0,
@@ -122,6 +123,8 @@ std::optional<NatMatchHit> NatMatchLookup::find(NatFlow const& flow) const {
     return NatMatchHit{.place = *place,
                        .dynamic = true,
                        .destination = row.at({96, 1}) != 0,
+                       .withPort = true,
+                       .filter = {},
                        .protocols = static_cast<U8>(row.at({93, 2})),
                        .session = static_cast<U32>(row.at({97, 17})),
                        .useAcl = false,
@@ -135,7 +138,7 @@ std::optional<NatMatchHit> NatMatchLookup::findSide(NatSide side, U32 other, U8 
         return hit && (hit->protocols == 0 || (hit->protocols & protocol) != 0);
     };
     for (int length = longestFilter; length >= 0; --length) {
-        side.filter = {other, static_cast<U8>(length)};
+        side.filter = {cutTo(other, static_cast<U8>(length)), static_cast<U8>(length)};
         if (auto const hit = find(side); counts(hit)) return hit;
     }
     side.filter.reset();
@@ -183,88 +186,34 @@ std::optional<NatRewriteHit> NatRewriteLookup::find(NatEgress const& egress) con
 
 namespace {
 
-constexpr U8 tcp = 6;
-constexpr U8 udp = 17;
-
-U16 numberAt(std::span<U8 const> packet, std::size_t at) {
-    return static_cast<U16>(packet[at] << 8 | packet[at + 1]);
-}
-
-void numberIs(std::span<U8> packet, std::size_t at, U16 number) {
-    packet[at] = static_cast<U8>(number >> 8);
-    packet[at + 1] = static_cast<U8>(number);
-}
-
-U32 addressAt(std::span<U8 const> packet, std::size_t at) {
-    return U32{numberAt(packet, at)} << 16 | numberAt(packet, at + 2);
-}
-
-/** Adds to the sum that a checksum stands for (RFC 1624, equation 3). */
-U16 corrected(U16 checksum, U32 correction) {
-    U32 sum = (~U32{checksum} & 0xFFFF) + correction;
-    while (sum > 0xFFFF)
-        sum = (sum & 0xFFFF) + (sum >> 16);
-    return static_cast<U16>(~sum);
-}
-
-std::size_t headerLength(std::span<U8 const> packet) {
-    return std::size_t{4} * (packet[0] & 0xF);
-}
-
-/** The transport header's protocol if the packet has the ports and the checksum of TCP or UDP, or 0. */
-U8 transportOf(std::span<U8 const> packet) {
-    bool const firstFragment = (numberAt(packet, 6) & 0x1FFF) == 0;
-    U8 const protocol = packet[9];
-    std::size_t const size = protocol == tcp ? 20 : 8;
-    bool const known = protocol == tcp || protocol == udp;
-    return known && firstFragment && packet.size() >= headerLength(packet) + size ? protocol : U8{0};
-}
-
-NatFlow flowOf(std::span<U8 const> packet) {
-    NatFlow flow{.sourceAddress = addressAt(packet, 12), .destinationAddress = addressAt(packet, 16)};
-    if (transportOf(packet) == 0) return flow;
-    flow.sourcePort = numberAt(packet, headerLength(packet));
-    flow.destinationPort = numberAt(packet, headerLength(packet) + 2);
-    return flow;
-}
-
-void check(std::span<U8 const> packet) {
-    bool const isIp = packet.size() >= 20 && packet[0] >> 4 == 4 && headerLength(packet) >= 20 &&
-                      packet.size() >= headerLength(packet);
-    if (!isIp) throw Belmo::RangeException("NAT lookup: no IPv4 packet");
+/** A protocol's bit of `NatMatchHit::protocols`. */
+U8 protocolBit(Ipv4Headers const& headers) {
+    if (!headers.transport) return 0;
+    return headers.protocol == IpProtocol::tcp ? 1 : 2;
 }
 
 }  // namespace
 
-void rewritePacket(std::span<U8> packet, bool destination, NatRewriteHit const& rewrite) {
-    check(packet);
-    std::size_t const addressField = destination ? 16 : 12;
-    U32 const old = addressAt(packet, addressField);
-    U32 const change =
-        (~old >> 16) + (~old & 0xFFFF) + (rewrite.newAddress >> 16) + (rewrite.newAddress & 0xFFFF);
-    numberIs(packet, addressField, static_cast<U16>(rewrite.newAddress >> 16));
-    numberIs(packet, addressField + 2, static_cast<U16>(rewrite.newAddress));
-    numberIs(packet, 10, corrected(numberAt(packet, 10), change));
+std::optional<NatMatchHit> NatMatchLookup::find(Ipv4Headers const& packet, U16 profile) const {
+    auto const ports = packet.transport.value_or(Ipv4Headers::Transport());
+    return find({.sourceAddress = packet.source,
+                 .sourcePort = ports.sourcePort,
+                 .destinationAddress = packet.destination,
+                 .destinationPort = ports.destinationPort,
+                 .profile = profile},
+                protocolBit(packet));
+}
 
-    U8 const transport = transportOf(packet);
-    if (transport == 0) return;
-    auto const header = packet.subspan(headerLength(packet));
-    if (rewrite.newPort != 0) numberIs(header, destination ? 2 : 0, rewrite.newPort);
-    std::size_t const checksumField = transport == tcp ? 16 : 6;
-    U16 const checksum = numberAt(header, checksumField);
-    if (transport == udp && checksum == 0) return;
-    U16 const right = corrected(checksum, rewrite.checksumCorrection);
-    numberIs(header, checksumField, transport == udp && right == 0 ? U16{0xFFFF} : right);
+void rewritePacket(std::span<U8> packet, bool destination, NatRewriteHit const& rewrite) {
+    addressIs(packet, destination, rewrite.newAddress);
+    auto const port = rewrite.newPort != 0 ? std::optional(rewrite.newPort) : std::nullopt;
+    portIs(packet, destination, port, rewrite.checksumCorrection);
 }
 
 bool translatePacket(SimulatedChip& chip, NerioSwitch::ProfileInfo const& profile, NatPath const& path,
                      std::span<U8> packet) {
-    check(packet);
     NatMatchLookup matches(chip, profile, path.ingressPipeline);
-    auto flow = flowOf(packet);
-    flow.profile = path.ingressProfile;
-    U8 const transport = transportOf(packet);
-    auto const match = matches.find(flow, transport == tcp ? U8{1} : transport == udp ? U8{2} : U8{0});
+    auto const match = matches.find(headersOf(packet), path.ingressProfile);
     if (!match || match->trapToCpu) return false;
     auto const rewrite = NatRewriteLookup(chip, path.egressPipeline)
                              .find({.session = match->session, .profile = path.egressProfile});

@@ -8,6 +8,7 @@
 #include "NerioSwitch/ProfileInfo.h"
 
 #include "chip/HashPlace.h"
+#include "chip/Ipv4Packet.h"
 #include "chip/SimulatedChip.h"
 
 /* Address translation as the chip does it, in nothing but what registers wrote. Addresses and ports are in
@@ -24,6 +25,8 @@ struct NatSide {
     struct Filter {
         U32 address = 0;
         U8 length = 0;
+
+        friend bool operator==(Filter const&, Filter const&) = default;
     };
     std::optional<Filter> filter{};
     U16 profile = 0;
@@ -44,6 +47,10 @@ struct NatMatchHit {
     bool dynamic = false;
     /** The destination is to be translated, not the source. */
     bool destination = false;
+    /** The translation is one of a port, not of the whole address. */
+    bool withPort = false;
+    /** The other side's prefix that it is for. */
+    std::optional<NatSide::Filter> filter{};
     /** Transport protocols that the translation is for: bit 0 TCP, bit 1 UDP. */
     U8 protocols = 0;
     U32 session = 0;
@@ -72,8 +79,12 @@ public:
      * a match that names protocols and not this one does not count, nor does one with a port if it is 0.
      */
     std::optional<NatMatchHit> find(NatFlow const& packet, U8 protocol) const;
+    /** The same of a packet's headers that came by an interface of that profile. */
+    std::optional<NatMatchHit> find(Ipv4Headers const& packet, U16 profile) const;
     /** The row that was found gets its hit bit. */
     void hitIs(NatMatchHit const& hit);
+    /** The rows of dynamic matches, or of the others. */
+    IndirectMemory const& memory(bool dynamic) const { return dynamic ? *dynamic_ : *static_; }
 
 private:
     std::optional<NatMatchHit> findSide(NatSide side, U32 other, U8 protocol) const;
@@ -114,6 +125,7 @@ public:
     NatRewriteLookup(SimulatedChip& chip, U32 pipeline);
 
     std::optional<NatRewriteHit> find(NatEgress const& egress) const;
+    IndirectMemory const& memory() const { return *memory_; }
 
 private:
     IndirectMemory const* memory_;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
@@ -6,17 +7,21 @@
 
 #include "Sorn/CharRange.h"
 
-#include "NerioSwitchTable/NerioTableLpm11.h"
-#include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "chip/LpmLookup.h"
+#include "chip/PacketWay.h"
 #include "nerio/Commands.h"
 #include "nerio/Guarded.h"
 #include "nerio/KeptSwitch.h"
+#include "nerio/PacketOptions.h"
+#include "nerio/PacketReport.h"
+#include "nerio/RouteOfHit.h"
+#include "nerio/SecondProcess.h"
 #include "nerio/Switch.h"
+#include "nerio/TemporaryDirectory.h"
 
 /*
- * `nerio lookup`: where the chip of a kept switch would send a packet. The answer is the chip's own; which
- * route it came from, only the shadow knows.
+ * `nerio lookup`: where the chip of a switch would send packets to an address, or the way of one packet
+ * through it, stage by stage. The answer is the chip's own; which route it came from, only the shadow knows.
  */
 namespace Nerio {
 
@@ -28,7 +33,9 @@ using Lanvo::Prefix;
 
 struct Options {
     std::string directory;
+    std::string stateFile;
     std::string address;
+    PacketOptions packet;
     U32 vrf = 0;
     bool json = false;
 };
@@ -44,56 +51,12 @@ IpAddr addressOf(Options const& options) {
     }
 }
 
-Agent::StateFile stateOf(Options const& options) {
+Agent::StateFile stateIn(std::string const& directory) {
     std::error_code ignored;
-    auto state = keptState(options.directory);
-    if (!state || !std::filesystem::exists(std::filesystem::path(options.directory) / "chip", ignored))
-        throw BadInput(fmt::format("{}: no switch is kept there", options.directory));
+    auto state = keptState(directory);
+    if (!state || !std::filesystem::exists(std::filesystem::path(directory) / "chip", ignored))
+        throw BadInput(fmt::format("{}: no switch is kept there", directory));
     return *std::move(state);
-}
-
-/** The memory of a stage's rows in the first processor. */
-Chip::IndirectMemory const& memoryOf(Switch& target, U8 stage) {
-    return target.chip().indirectMemory(fmt::format("ingress/processor_l3[0]/lpm{}", stage));
-}
-
-/** The shadow of these rows, by the name that the stage's own table gives it. */
-Belmo::Ptr<NerioSwitchApi::ShadowTable> shadowOf(Switch& target, U8 stage) {
-    using NerioSwitchTable::TableConstants;
-    constexpr NerioSwitchTable::TableIndex directStage = 42;
-    auto const index = stage == 11 ? directStage : NerioSwitchTable::lpmStage(stage).tableIndex;
-    auto const name = NerioSwitchApi::SwTable::hwTableName(
-        fmt::format("lpm{}", stage), target.profile().profileName(), TableConstants::tableName(index), 0);
-    return target.shadows().tableIs(name, 0, memoryOf(target, stage).description().rows() - 1,
-                                    NerioSwitchApi::StartMode::warm);
-}
-
-/** The length of the route behind a hit; nothing if the shadow does not know the row as the chip has it. */
-std::optional<U8> lengthOf(Switch& target, Chip::LpmHit const& hit) {
-    auto const& memory = memoryOf(target, hit.stage);
-    U32 const row = hit.place.way * memory.description().rowsPerWay + hit.place.row;
-    std::optional<NerioSwitchApi::HwEntryConfig> stored;
-    try {
-        stored = shadowOf(target, hit.stage)->read(row);
-    } catch (Belmo::CorruptionDetectedException const&) {
-        return std::nullopt;
-    }
-    if (!stored) return std::nullopt;
-    auto const words = memory.row(row);
-    U8 position = 0;
-    for (U32 const word : words) {
-        if (stored->data(position++) != word) return std::nullopt;
-    }
-    auto const lengths = stored->data(hit.stage == 11 ? 2 : NerioSwitchTable::LpmRowLayout::lengthsWord);
-    auto const length = static_cast<U8>(lengths >> (6 * hit.cell) & 0x3F);
-    return length <= hit.stage ? std::optional(length) : std::nullopt;
-}
-
-/** The route behind a hit. */
-std::optional<Prefix> routeOf(Switch& target, Chip::LpmHit const& hit, IpAddr address) {
-    auto const length = lengthOf(target, hit);
-    if (!length) return std::nullopt;
-    return Prefix(IpAddr::fromHostOrder(address.hostOrder() & Prefix::mask(*length)), *length);
 }
 
 void printJson(Options const& options, std::optional<Chip::LpmHit> const& hit,
@@ -125,12 +88,13 @@ void printText(Options const& options, std::optional<Chip::LpmHit> const& hit,
                hit->cell);
 }
 
-int runLookup(Options const& options) {
+/** Where packets to an address would go. */
+int lookUpAddress(Options const& options, std::string const& directory) {
     auto const address = addressOf(options);
-    auto const state = stateOf(options);
+    auto const state = stateIn(directory);
     if (options.vrf >= state.profile->numVrfs)
         throw BadInput(fmt::format("VRF {} is above {}", options.vrf, state.profile->numVrfs - 1));
-    Switch target(state.profile, options.directory);
+    Switch target(state.profile, directory);
     Chip::LpmLookup const lookup(target.chip(), target.profile());
     auto const hit = lookup.find(static_cast<U8>(options.vrf), address.hostOrder());
     auto const route = hit ? routeOf(target, *hit, address) : std::nullopt;
@@ -138,17 +102,69 @@ int runLookup(Options const& options) {
     return hit ? done : jobFailed;
 }
 
+/** Names the route in the stage that found it. */
+void nameRoute(Chip::PacketWay& way, Switch& target, std::string const& destination) {
+    if (!way.route) return;
+    Sorn::CharRange range(destination);
+    auto const route = routeOf(target, *way.route, IpAddr::fromText(range));
+    auto const stage = std::ranges::find(way.stages, "route", &Chip::PacketStage::name);
+    if (route) stage->lookups.front().result->push_back({"route", route->text()});
+}
+
+/** The way of a packet. */
+int lookUpPacket(Options const& options, std::string const& directory, std::string const& where) {
+    auto const state = stateIn(directory);
+    auto const packet = arrivingPacket(options.packet, options.vrf, *state.profile);
+    Switch target(state.profile, directory);
+    auto way = Chip::packetWay(target.chip(), target.profile(), packet);
+    nameRoute(way, target, options.packet.destination);
+    PacketReport const report{target.profile(), packet, way, where};
+    if (options.json) {
+        fmt::print("{}\n", toJson(report).dump(1));
+    } else {
+        fmt::print("{}", toText(report));
+    }
+    return way.fate == Chip::PacketFate::dropped ? jobFailed : done;
+}
+
+int lookUpIn(Options const& options, std::string const& directory, std::string const& where) {
+    return options.address.empty() ? lookUpPacket(options, directory, where)
+                                   : lookUpAddress(options, directory);
+}
+
+int runLookup(Options const& options) {
+    if (!options.directory.empty())
+        return lookUpIn(options, options.directory, "kept in " + options.directory);
+    TemporaryDirectory const temporary("nerio-lookup");
+    std::vector<std::string> run{"run", "--switch", temporary.path().string()};
+    if (!options.stateFile.empty()) run.push_back(options.stateFile);
+    // What cannot be programmed is told there.
+    if (int const status = runSelf(run).status; status != done) return status;
+    return lookUpIn(options, temporary.path().string(),
+                    "of " + (options.stateFile.empty() ? "examples/campus.json" : options.stateFile));
+}
+
 }  // namespace
 
 void addLookup(CLI::App& app, int& status) {
     auto const options = std::make_shared<Options>();
-    auto* command = app.add_subcommand("lookup", "Ask the chip of a kept switch where an address leads");
-    command->add_option("IP", options->address, "An IPv4 address")->required();
-    command->add_option("--switch", options->directory, "The switch's directory")->required();
+    auto* command = app.add_subcommand(
+        "lookup", "Ask the chip of a switch where an address leads, or which way a packet takes");
+    auto* address = command->add_option("IP", options->address, "An IPv4 address");
+    auto* directory = command->add_option("--switch", options->directory, "The directory of a kept switch");
+    auto* state = command->add_option(
+        "--state", options->stateFile,
+        "The state file of a switch to program for it; for a packet, the campus switch if left out");
     command->add_option("--vrf", options->vrf, "The VRF, 0 if left out");
     command->add_flag("--json", options->json, "Answer as JSON");
-    command->callback(
-        [options, &status] { status = guarded("lookup", [&] { return runLookup(*options); }); });
+    addPacketOptions(*command, options->packet);
+    state->excludes(directory);
+    auto* packet = command->get_option("--dst")->excludes(address);
+    command->callback([=, &status] {
+        if (address->count() + packet->count() == 0) throw CLI::RequiredError("IP or --dst");
+        if (packet->count() + directory->count() + state->count() == 0) throw CLI::RequiredError("--switch");
+        status = guarded("lookup", [&] { return runLookup(*options); });
+    });
 }
 
 }  // namespace Nerio

@@ -7,6 +7,7 @@
 #include "PackedWords.h"
 #include "SwitchFixture.h"
 #include "TraceCapture.h"
+#include "chip/L3LagLookup.h"
 
 namespace {
 
@@ -128,6 +129,31 @@ TEST_F(L3LagTest, GoldenRowsOfAChipOf52Ports) {
     EXPECT_EQ(shadowWords(55, 1), last) << "the copy of the other processor";
     EXPECT_THAT(chipRow(1, 55), ElementsAre(last[0], last[1]));
 }
+
+class L3LagOnChip : public L3LagTest, public testing::WithParamInterface<U16> {};
+
+TEST_P(L3LagOnChip, TheChipFindsThePortsOfEachLagAndPassesWrongParityOver) {
+    U16 const numPorts = GetParam();
+    profile().numPorts = numPorts;
+    start();
+    Chip::L3LagLookup const lookup(chip(), profile(), 1);
+    U64 const allPorts = (U64{1} << numPorts) - 1;
+    for (U32 lag = 0; lag <= lastRow; ++lag) {
+        U64 const mask = (0x9E3779B97F4A7C15u * (lag + 1)) & allPorts;
+        bool const cpu = lag % 3 == 0;
+        table().entryIs(lag, ports(mask | (cpu ? IngressPortMask::cpu : 0), lag % 2 == 0, lag % 5 == 0));
+        U64 const found = mask | (cpu ? U64{1} << numPorts : 0);
+        EXPECT_EQ(lookup.find(lag), (Chip::L3LagHit{found, lag % 2 == 0, lag % 5 == 0}));
+    }
+    EXPECT_EQ(lookup.find(lastRow + 1), std::nullopt);
+    chip().write(chip().address("ingress/processor_l3[1]/hash_data0"), 1);
+    chip().write(chip().address("ingress/processor_l3[1]/hash_data1"), 0);
+    chip().write(chip().address("ingress/processor_l3[1]/hash_ctl"), static_cast<U32>(control(7)));
+    EXPECT_EQ(lookup.find(7), std::nullopt);
+    EXPECT_THROW(Chip::L3LagLookup(chip(), profile(), 2), Belmo::RangeException);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ports, L3LagOnChip, testing::Values(16, 31, 52));
 
 TEST_F(L3LagTest, FieldsFollowTheNumberOfPorts) {
     profile().numPorts = 16;

@@ -66,30 +66,34 @@ protected:
     SGResult randomResult(SGKey const& key) {
         SGResult result;
         if (key.isMulticastKey()) {
-            return result.dataIs(
+            result.dataIs(
                 SGResult::Multicast().vlanGroupIdIs(random_() % 16).portMaskIs(random_() & 0x1FFFFFFFFFFFFF));
+        } else {
+            result.dataIs(SGResult::Unicast().l3LagIndexIs(random_() % 64).rewriteIndexIs(random_() % 64));
         }
-        return result.dataIs(SGResult::Unicast().l3LagIndexIs(random_() % 64).rewriteIndexIs(random_() % 64))
-            .lookupTypeIs(static_cast<SGLookupType>(random_() % 4))
+        return result.lookupTypeIs(static_cast<SGLookupType>(random_() % 4))
             .natTypeIs(static_cast<SGNatType>(random_() % 4))
             .natSessionIdIs(random_() % 0x20000)
             .natEnabledIs(random_() % 2 != 0);
     }
+    /** Rows have room for the translation where the chip translates, from version 6 on. */
+    static bool sameTranslation(Chip::PairTranslation const& found, SGResult const& wanted) {
+        if (!GetParam().translates || GetParam().version < 6) return found == Chip::PairTranslation();
+        return found.natType == static_cast<U8>(wanted.natType()) &&
+               found.natSession == wanted.natSessionId() && found.natEnabled == wanted.natEnabled();
+    }
     static bool sameRoute(std::optional<Chip::MulticastHit> const& hit, SGResult const& wanted) {
         auto const multicast = wanted.data().multicast();
         return hit && hit->ports == multicast.portMask().value() &&
-               hit->vlanGroup == multicast.vlanGroupId().value();
+               hit->vlanGroup == multicast.vlanGroupId().value() && sameTranslation(hit->translation, wanted);
     }
-    static bool sameFlow(std::optional<Chip::FlowHit> const& hit, SGResult const& wanted, bool hasSession) {
+    static bool sameFlow(std::optional<Chip::FlowHit> const& hit, SGResult const& wanted) {
         if (!hit) return false;
         auto const unicast = wanted.data().unicast();
-        bool const same = hit->l3Lag == unicast.l3LagIndex().value() &&
-                          hit->rewriteIndex == unicast.rewriteIndex().value() &&
-                          hit->lookupType == static_cast<U8>(wanted.lookupType());
-        bool const sameSession = hit->natType == static_cast<U8>(wanted.natType()) &&
-                                 hit->natSession == wanted.natSessionId() &&
-                                 hit->natEnabled == wanted.natEnabled();
-        return same && (hasSession ? sameSession : hit->natSession == 0 && !hit->natEnabled);
+        return hit->l3Lag == unicast.l3LagIndex().value() &&
+               hit->rewriteIndex == unicast.rewriteIndex().value() &&
+               hit->lookupType == static_cast<U8>(wanted.lookupType()) &&
+               sameTranslation(hit->translation, wanted);
     }
     /** Whether the chip meets for the key what is wanted for it; a key of the other kind is none of it. */
     bool finds(SGKey const& key, SGResult const& wanted) {
@@ -99,7 +103,7 @@ protected:
         if (key.isMulticastKey())
             return sameRoute(lookup.find(sip, dip, key.data().multicast().vlanId().value()), wanted);
         auto const profileId = static_cast<U8>(key.data().unicast().ingressProfileId());
-        return sameFlow(lookup.findFlow(sip, dip, profileId), wanted, GetParam().version >= 6);
+        return sameFlow(lookup.findFlow(sip, dip, profileId), wanted);
     }
     bool findsNone(SGKey const& key) {
         Chip::MulticastLookup const lookup(chip(), profile(), 1);
