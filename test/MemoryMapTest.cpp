@@ -61,7 +61,7 @@ TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
         for (auto const* name : {"hashTest", "hits"})
             expected.insert(fmt::format("pipeline[{}]/processor/{}", i, name));
         expected.insert(fmt::format("ingress/processor_acl[{}]/counters", i));
-        for (auto const* table : {"table0", "table1", "table2", "table5"})
+        for (auto const* table : {"table0", "table1", "table2", "table5", "protocols", "portRanges"})
             expected.insert(fmt::format("ingress/processor_acl[{0}]/{1}/pipeline{0}", i, table));
         for (auto const* name :
              {"l3Lag", "lpm11", "lpm14", "lpm17", "lpm20", "lpm23", "lpm26", "lpm29", "lpm32", "hits"})
