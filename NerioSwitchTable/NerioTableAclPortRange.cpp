@@ -124,7 +124,7 @@ protected:
         return result;
     }
 
-    /** A window of which one end is 0 is as well as none, so its row is taken for a doubtful one. */
+    /** A window of which one end is 0 comes back as it is, and marks its row. */
     void readBack(Copy copy, AclPortRangeKey const& key, U32 const* words) override {
         auto const result = decode(copy, key, words);
         for (auto const& [index, range] : result.windowRange()) {

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "NerioSwitch/AclRange.h"
+#include "NerioSwitch/HwAclId.h"
 #include "Sorn/Text.h"
 #include "Sorn/ValueType.h"
 
@@ -65,7 +66,9 @@ public:
     explicit AclPortRangeKey(AclPortRangeNumber value) : value_(value) {}
 
     /** Throws `Belmo::RangeException` for a row beyond the last ACL's. */
-    static AclPortRangeKey fromAclIdAndRow(U8 aclId, U8 row) { return AclPortRangeKey(aclId * 2 + row); }
+    static AclPortRangeKey fromAclIdAndRow(NerioSwitch::HwAclId aclId, U8 row) {
+        return AclPortRangeKey(aclId.value() * 2 + row);
+    }
 
     U8 aclId() const { return value_.value() >> 1 & 0xF; }
     U8 row() const { return value_.value() & 1; }

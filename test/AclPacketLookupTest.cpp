@@ -18,7 +18,6 @@ using Chip::PortRangeBits;
 using NerioSwitch::HwAclRange;
 using NerioTest::AclChip;
 using NerioTest::packed;
-using NerioTest::PackedBits;
 using NerioTest::ruleOf;
 using NerioTest::StartMode;
 

@@ -364,10 +364,11 @@ TEST(AclPortRangeKeyTest, AKeyIsTwiceTheAclAndTheRow) {
     EXPECT_EQ(AclPortRangeKey(31).row(), 1);
     EXPECT_EQ(AclPortRangeKey::fromAclIdAndRow(16, 0), AclPortRangeKey()) << "which is the invalid one";
     EXPECT_EQ(AclPortRangeKey().value().value(), 32);
-    for (U8 const aclId : {U8{16}, U8{128}, U8{255}}) {
-        EXPECT_EQ(failureOf<Belmo::RangeException>([&] { AclPortRangeKey::fromAclIdAndRow(aclId, 1); }),
-                  badKey);
-    }
+    EXPECT_EQ(failureOf<Belmo::RangeException>([] { AclPortRangeKey::fromAclIdAndRow(16, 1); }), badKey);
+    EXPECT_EQ(
+        failureOf<Belmo::RangeException>([] { AclPortRangeKey::fromAclIdAndRow(17, 0); }),
+        "NerioSwitch::HwAclId::value < NerioSwitch::HwAclId::min or > NerioSwitch::HwAclId::invalid not "
+        "allowed");
     EXPECT_EQ(failureOf<Belmo::RangeException>([] { AclPortRangeKey{33}; }), badKey);
     EXPECT_EQ(Sorn::text(AclPortRangeKey(7)), "NerioSwitchTable::AclPortRangeKey(value=7)");
 }

@@ -14,7 +14,7 @@ class BELMO_EXPORT HwAclRange {
     HwAclRange(HwAclRangeId id, U16 min, U16 max, bool flag = false)
         : min_(min), max_(max), id_(id), flag_(flag) {}
 
-    /** The range has a port above 0, so that it is not that of a place that was left as it was. */
+    /** One of its ends is above port 0. */
     bool isSet() const { return min_ != 0 || max_ != 0; }
 };
 
