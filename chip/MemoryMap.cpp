@@ -35,6 +35,11 @@ constexpr ControlWord aclWordOfOnePipeline{
 constexpr ControlWord aclCounterWord{
     .row = {0, 11}, .way = {11, 1}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 3}};
 
+/** Of what an ACL processor holds for a pipeline in rows of their own number. */
+constexpr ControlWord aclRowWord(U8 rowBits) {
+    return {.row = {0, rowBits}, .writeStrobe = {18, 1}, .readStrobe = {17, 1}, .select = {13, 4}};
+}
+
 /** A word of a layer 3 processor; memories differ in how many bits their rows take. */
 constexpr ControlWord l3Word(U8 rowBits) {
     return {.row = {0, rowBits}, .writeStrobe = {17, 1}, .readStrobe = {16, 1}, .select = {18, 4}};
@@ -103,18 +108,30 @@ U32 aclRowsPerWay(ProfileInfo const& profile, ControlField row) {
     return std::min(std::bit_floor(profile.getHardwareTableLayout(acl)->size), U32{1} << row.width);
 }
 
-void addAclProcessor(ProfileInfo const& profile, U32 processor, std::vector<MemoryDescription>& memories) {
-    auto const prefix = fmt::format("ingress/processor_acl[{}]/", processor);
+/** What an ACL processor holds for one of its pipelines. */
+void addAclPipeline(ProfileInfo const& profile, Belmo::String const& prefix, U32 pipeline,
+                    std::vector<MemoryDescription>& memories) {
     bool const onePipeline = aclProcessorPerPipeline(profile);
+    U32 const pipelineBit = onePipeline ? 0 : (pipeline & 1) << 3;
     auto const& word = onePipeline ? aclWordOfOnePipeline : aclWord;
     U32 const rowsPerWay = aclRowsPerWay(profile, word.row);
-    for (U32 pipeline = 0; rowsPerWay > 0 && pipeline < profile.numPipelinesOfTable(acl); ++pipeline) {
-        if (profile.pipeToProcessorId(pipeline, acl) != processor) continue;
-        U32 const pipelineBit = onePipeline ? 0 : pipeline & 1;
-        for (U32 const table : {0u, 1u, 2u, 5u}) {
-            auto const name = fmt::format("table{}/pipeline{}", table, pipeline);
-            memories.push_back(hashMemory(prefix, name, word, {4, rowsPerWay, 2, pipelineBit << 3 | table}));
-        }
+    auto const add = [&](Belmo::String const& name, ControlWord const& control, Shape shape) {
+        shape.selected |= pipelineBit;
+        memories.push_back(hashMemory(prefix, fmt::format("{}/pipeline{}", name, pipeline), control, shape));
+    };
+    if (rowsPerWay > 0) {
+        for (U32 const table : {0u, 1u, 2u, 5u})
+            add(fmt::format("table{}", table), word, {4, rowsPerWay, 2, table});
+    }
+    add("protocols", aclRowWord(8), {profile.aclRegVer < 2 ? 5u : 4u, 256, 1, 3});
+    if (profile.hwApi.majorVersion() >= 4) add("portRanges", aclRowWord(5), {4, 32, 1, 6});
+}
+
+void addAclProcessor(ProfileInfo const& profile, U32 processor, std::vector<MemoryDescription>& memories) {
+    auto const prefix = fmt::format("ingress/processor_acl[{}]/", processor);
+    for (U32 pipeline = 0; pipeline < profile.numPipelinesOfTable(acl); ++pipeline) {
+        if (profile.pipeToProcessorId(pipeline, acl) == processor)
+            addAclPipeline(profile, prefix, pipeline, memories);
     }
     memories.push_back(hashMemory(prefix, "counters", aclCounterWord, {5, 2048, 2, 4}));
 }

@@ -17,7 +17,10 @@ namespace Chip {
  *                                                    the hit bits of the pipeline's memories
  *   "ingress/processor_acl[0]/table0/pipeline0"      in each ACL processor: the physical tables 0, 1, 2 and
  *                                                    5 of each pipeline that it serves
- *   "ingress/processor_acl[0]/counters"              and its indirect counters
+ *   "ingress/processor_acl[0]/protocols/pipeline0"   the number that its keys have for each IP protocol
+ *   "ingress/processor_acl[0]/portRanges/pipeline0"  from hardware API version 4 on, the L4 port ranges of
+ *                                                    its rules
+ *   "ingress/processor_acl[0]/counters"              and the processor's indirect counters
  *   "ingress/processor_l3[0]/lpm32" to ".../lpm14"   in each L3 processor: the stages of the route look-up
  *                                                    that hash, by their longest route
  *   "ingress/processor_l3[0]/lpm11"                  the stage of routes of up to 11 bits

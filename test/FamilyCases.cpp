@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "AclPlainFamilyCases.h"
 #include "MulticastFamilyCases.h"
 #include "NatFamilyCases.h"
 #include "NerioSwitchTable/NerioTableAclHashes.h"
@@ -261,6 +262,8 @@ std::vector<FamilyCase> allCases() {
         cases.push_back(std::move(natCase));
     for (auto&& multicastCase : multicastFamilyCases())
         cases.push_back(std::move(multicastCase));
+    for (auto&& aclPlainCase : aclPlainFamilyCases())
+        cases.push_back(std::move(aclPlainCase));
     return cases;
 }
 

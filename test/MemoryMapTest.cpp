@@ -61,7 +61,7 @@ TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
         for (auto const* name : {"hashTest", "hits"})
             expected.insert(fmt::format("pipeline[{}]/processor/{}", i, name));
         expected.insert(fmt::format("ingress/processor_acl[{}]/counters", i));
-        for (auto const* table : {"table0", "table1", "table2", "table5"})
+        for (auto const* table : {"table0", "table1", "table2", "table5", "protocols", "portRanges"})
             expected.insert(fmt::format("ingress/processor_acl[{0}]/{1}/pipeline{0}", i, table));
         for (auto const* name :
              {"l3Lag", "lpm11", "lpm14", "lpm17", "lpm20", "lpm23", "lpm26", "lpm29", "lpm32", "hits"})
@@ -143,8 +143,47 @@ TEST_F(MemoryMap, AnAclRowOfAProcessorPerPipelineHasTwelveBitsAndTheWayInBitTwel
         EXPECT_EQ(rowsInUse(), rows);
     }
     store("ingress/processor_acl[1]/", 4, 1u << 18 | 1u << 16);
-    store("ingress/processor_acl[1]/", 4, 1u << 18 | 3u << 13);
+    store("ingress/processor_acl[1]/", 4, 1u << 18 | 7u << 13);
     EXPECT_EQ(rowsInUse(), rows) << "a pipeline bit, and a table that is not there";
+}
+
+TEST_F(MemoryMap, ProtocolsAndPortRangesOfAPipelineHaveRowsOfTheirNumbers) {
+    for (bool const shared : {false, true}) {
+        if (shared) shareAclProcessors();
+        make();
+        U32 const bit = shared ? 1u << 16 : 0;
+        Belmo::String const behind = shared ? "/pipeline3" : "/pipeline1";
+        store("ingress/processor_acl[1]/", 4, 1u << 18 | bit | 3u << 13 | 255);
+        EXPECT_THAT(row("ingress/processor_acl[1]/protocols" + behind, 255), ElementsAre(1, 2, 3, 4));
+        store("ingress/processor_acl[1]/", 4, 1u << 18 | bit | 6u << 13 | 31);
+        EXPECT_THAT(row("ingress/processor_acl[1]/portRanges" + behind, 31), ElementsAre(1, 2, 3, 4));
+        EXPECT_EQ(rowsInUse(), 2u);
+        store("ingress/processor_acl[1]/", 4, bit | 3u << 13 | 254);
+        EXPECT_EQ(rowsInUse(), 2u) << "without a strobe nothing is stored";
+    }
+}
+
+TEST_F(MemoryMap, ProtocolsHaveAFifthDataWordBelowAclRegisterVersionTwoAndRangesComeWithApiFour) {
+    Belmo::String const protocols = "ingress/processor_acl[0]/protocols/pipeline0";
+    Belmo::String const ranges = "ingress/processor_acl[0]/portRanges/pipeline0";
+    profile->aclRegVer = 1;
+    profile->hwApi = {3, 9};
+    make();
+    store("ingress/processor_acl[0]/", 5, 1u << 18 | 3u << 13 | 6);
+    EXPECT_THAT(row(protocols, 6), ElementsAre(1, 2, 3, 4, 5));
+    EXPECT_THAT(names(), Not(Contains(ranges)));
+    profile->aclRegVer = 2;
+    profile->hwApi = {4, 0};
+    make();
+    store("ingress/processor_acl[0]/", 4, 1u << 18 | 3u << 13 | 6);
+    EXPECT_THAT(row(protocols, 6), ElementsAre(1, 2, 3, 4));
+    EXPECT_THAT(names(), Contains(ranges));
+}
+
+TEST_F(MemoryMap, ProtocolsAreThereWhereTheChipHasNoRowsForRules) {
+    profile->layouts[acl].size = 0;
+    EXPECT_THAT(names(), Not(Contains("ingress/processor_acl[0]/table0/pipeline0")));
+    EXPECT_THAT(names(), Contains("ingress/processor_acl[0]/protocols/pipeline0"));
 }
 
 TEST_F(MemoryMap, AnAclRowOfASharedProcessorHasElevenBitsAndThePipelinesLowBit) {
