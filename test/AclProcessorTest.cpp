@@ -108,7 +108,10 @@ class AclOfPipeline : public testing::TestWithParam<AclChip> {
 protected:
     static constexpr U8 pipeline = 1;
 
-    AclOfPipeline() { NerioTest::aclChipIs(*profile, GetParam()); }
+    AclOfPipeline() {
+        NerioTest::aclChipIs(*profile, GetParam());
+        profile->aclRegVer = GetParam().verMajor < 4 ? 1 : 2;
+    }
 
     void start(StartMode mode) {
         framework.reset();
