@@ -115,6 +115,7 @@ bool aclStage(PacketOnItsWay& way, PacketStage& stage) {
     AclLookup const lookup(way.chip, way.profile);
     AclContext const context{packet.aclId, packet.aclProtocol, packet.vrf, packet.aclKeyFlag};
     auto const hits = rulesOf(lookup, way.headers, context, way.pipe);
+    stage.lookups.reserve(hits.size());
     for (auto const& found : hits) {
         stage.lookups.push_back(answered(lookup.memory(found.combination, way.pipe), found.hit.place,
                                          keyOf(found), resultOf(found.hit)));

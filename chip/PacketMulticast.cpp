@@ -174,10 +174,11 @@ bool vlanGroupStage(PacketOnItsWay& way, PacketStage& stage) {
         }
         auto const vlans = walk.vlans(copy.port, *way.vlanGroup);
         stage.lookups.push_back(vlansLookup(way, way.egressOf(copy.port), vlans));
-        for (U8 member = 0; member < vlans.size(); ++member) {
+        U8 member = 0;
+        for (U16 const vlan : vlans) {
             copies.push_back(copy);
-            copies.back().vlan = vlans[member];
-            copies.back().member = member;
+            copies.back().vlan = vlan;
+            copies.back().member = member++;
         }
     }
     way.copies = std::move(copies);

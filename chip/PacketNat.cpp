@@ -60,7 +60,7 @@ Belmo::String rewriteSide(PacketOnItsWay const& way, PacketStage& stage, PacketC
     NatRewriteLookup const lookup(way.chip, way.egressOf(copy.port).pipeId);
     auto const egress = egressOf(way, copy, second);
     auto const hit = lookup.find(egress);
-    auto const side = destination ? "destination" : "source";
+    auto const* side = destination ? "destination" : "source";
     if (!hit) {
         stage.lookups.push_back(missed(lookup.memory(), keyOf(egress)));
         return fmt::format("port {}: no rewrite of session {}, the {} stays", copy.port, egress.session,
@@ -91,7 +91,7 @@ bool natMatchStage(PacketOnItsWay& way, PacketStage& stage) {
         return true;
     }
     stage.lookups = {answered(lookup.memory(hit->dynamic), hit->place, keyOf(*hit, way), resultOf(*hit))};
-    auto const side = hit->destination ? "destination" : "source";
+    auto const* side = hit->destination ? "destination" : "source";
     if (hit->trapToCpu) {
         stage.decision = fmt::format("the translation of the {} goes to the CPU", side);
         way.fate = PacketFate::toCpu;

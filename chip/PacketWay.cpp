@@ -138,7 +138,7 @@ Belmo::String prefixText(U32 address, U32 length) {
 }
 
 Belmo::String endText(Ipv4Headers const& headers, bool destination) {
-    auto const address = addressText(destination ? headers.destination : headers.source);
+    auto address = addressText(destination ? headers.destination : headers.source);
     if (!headers.transport) return address;
     auto const& ports = *headers.transport;
     return fmt::format("{}:{}", address, destination ? ports.destinationPort : ports.sourcePort);
