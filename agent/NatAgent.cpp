@@ -28,19 +28,11 @@ constexpr U32 pairOf(U32 session) {
 }
 
 template <class Table>
-bool programmed(Table const& table, typename Table::Key const& key) {
-    auto const& status = *table.tableStatus();
-    return status.entryStatusHas(key) &&
-           status.entryStatus(key).status() == NerioSwitchApi::EntryProgrammedStatus::entryProgrammed;
-}
-
-template <class Table>
-std::optional<NatRefusal> entryIs(Table& table, typename Table::Key const& key,
-                                  typename Table::Result const& result) {
+std::optional<Refusal> entryIs(Table& table, typename Table::Key const& key,
+                               typename Table::Result const& result) {
     table.entryIs(key, result);
-    if (programmed(table, key)) return std::nullopt;
-    return NatRefusal{NatRefusal::Reason::noPlace,
-                      fmt::format("no place in {} for {}", table.name(), key.stringValue())};
+    if (isProgrammed(table, key)) return std::nullopt;
+    return noPlace(table, key.stringValue());
 }
 
 }  // namespace
@@ -115,11 +107,11 @@ NatAgent::Parts NatAgent::partsOf(NatTranslation const& translation, U32 session
                to(inside, insidePort, checksumCorrection(outside, outsidePort, inside, insidePort))}}}};
 }
 
-std::optional<NatRefusal> NatAgent::taken(Parts const& parts) const {
+std::optional<Refusal> NatAgent::taken(Parts const& parts) const {
     for (auto const& [key, result] : parts.matches) {
         if (matchKeys_.contains(key))
-            return NatRefusal{NatRefusal::Reason::taken,
-                              fmt::format("another translation matches {}", key.stringValue())};
+            return Refusal{Refusal::Reason::taken,
+                           fmt::format("another translation matches {}", key.stringValue())};
     }
     return std::nullopt;
 }
@@ -150,7 +142,7 @@ std::optional<U32> NatAgent::freeSession() {
     return std::nullopt;
 }
 
-std::optional<NatRefusal> NatAgent::place(Parts const& parts) {
+std::optional<Refusal> NatAgent::place(Parts const& parts) {
     for (auto const& [key, result] : parts.rewrites) {
         for (auto const& table : rewrites_) {
             if (auto refusal = entryIs(*table, key, result)) return refusal;
@@ -193,7 +185,7 @@ void NatAgent::settleIfPossible() {
     }
 }
 
-std::optional<NatRefusal> NatAgent::translationIs(NatTranslation const& translation) {
+std::optional<Refusal> NatAgent::translationIs(NatTranslation const& translation) {
     check(translation);
     settle();
     if (translationHas(translation)) return std::nullopt;
@@ -201,12 +193,12 @@ std::optional<NatRefusal> NatAgent::translationIs(NatTranslation const& translat
     if (auto refusal = taken(keys)) return refusal;
     auto session = heldSession(keys);
     if (!session) session = freeSession();
-    if (!session) return NatRefusal{NatRefusal::Reason::noSession, "all sessions are in use"};
+    if (!session) return Refusal{Refusal::Reason::noSession, "all sessions are in use"};
 
     held_.insert(*session);
     auto const parts = partsOf(translation, *session);
     leaving_.emplace(translation, *session);  // until all of it is in hardware
-    std::optional<NatRefusal> refusal;
+    std::optional<Refusal> refusal;
     try {
         refusal = place(parts);
     } catch (Belmo::Exception const&) {
