@@ -5,6 +5,8 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <utility>
+#include <vector>
 
 #include "NerioSwitch/IngressPortMask.h"
 #include "NerioSwitch/MrouteKey.h"
@@ -43,6 +45,8 @@ struct MulticastTables {
 
     /** New tables, "sg", "starG" and "vlanGroups", which are yet to be brought up. */
     static MulticastTables made();
+    /** All of them, in the order in which they are to be brought up. */
+    std::vector<Belmo::Ptr<NerioSwitchApi::SwTable>> tables() const { return {sources, groups, vlanGroups}; }
 };
 
 /**

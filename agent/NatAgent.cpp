@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Belmo/Exceptions.h"
+#include "NerioSwitch/Indexes.h"
 #include "Sorn/Text.h"
 
 namespace Agent {
@@ -51,6 +52,28 @@ U16 checksumCorrection(Lanvo::IpAddr const& oldAddress, U16 oldPort, Lanvo::IpAd
     while (sum > 0xFFFF)
         sum = (sum & 0xFFFF) + (sum >> 16);
     return static_cast<U16>(sum);
+}
+
+NatTables NatTables::made(NerioSwitch::ProfileInfo const& profile) {
+    if (!profile.natProfile || profile.numPipelines == 0)
+        throw Belmo::RangeException("translations take a chip that translates; the profile says it does not");
+    NatTables tables;
+    for (U32 number = 0; number < profile.numPipelines; ++number) {
+        auto const pipeline = NerioSwitch::PipeId(number).value();
+        if (pipeline % 2 == 0) {
+            tables.matches.push_back(
+                NerioSwitchTable::natMatchTableFactory(fmt::format("natMatch{}", pipeline), pipeline));
+        }
+        tables.rewrites.push_back(
+            NerioSwitchTable::natRewriteTableFactory(fmt::format("natRewrite{}", pipeline), pipeline));
+    }
+    return tables;
+}
+
+std::vector<Belmo::Ptr<NerioSwitchApi::SwTable>> NatTables::tables() const {
+    std::vector<Belmo::Ptr<NerioSwitchApi::SwTable>> all(matches.begin(), matches.end());
+    all.insert(all.end(), rewrites.begin(), rewrites.end());
+    return all;
 }
 
 NatAgent::NatAgent(MatchTables matches, RewriteTables rewrites)

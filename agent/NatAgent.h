@@ -35,6 +35,21 @@ class NatTranslation {
 U16 checksumCorrection(Lanvo::IpAddr const& oldAddress, U16 oldPort, Lanvo::IpAddr const& newAddress,
                        U16 newPort);
 
+/** The tables that translations live in. */
+struct NatTables {
+    std::vector<Belmo::Ptr<NerioSwitchTable::NatMatchTable>> matches;
+    std::vector<Belmo::Ptr<NerioSwitchTable::NatRewriteTable>> rewrites;
+
+    /**
+     * New tables of all pipelines, which are yet to be brought up: "natMatch0", "natMatch2", ... for every
+     * two of them, and "natRewrite0", "natRewrite1", ... for each. Throws `Belmo::RangeException` for a chip
+     * that does not translate.
+     */
+    static NatTables made(NerioSwitch::ProfileInfo const& profile);
+    /** All of them. */
+    std::vector<Belmo::Ptr<NerioSwitchApi::SwTable>> tables() const;
+};
+
 /**
  * Programs translations. Each has a session number for its way out, an even one, and the next one for its way
  * in, and takes two entries in every match table and two in every rewrite table. Either all of them are in
