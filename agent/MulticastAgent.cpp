@@ -137,7 +137,7 @@ std::optional<U8> MulticastAgent::groupWithout(Way const& from, PortVlans const&
     return group;
 }
 
-void MulticastAgent::rowIs(MrouteKey const& key, Way const& way) {
+void MulticastAgent::rowIs(MrouteKey const& key, Way const& way) const {
     if (ofSource(key)) {
         auto const sgKey = SGKey::multicastKey(key);
         tables_.sources->entryIs(

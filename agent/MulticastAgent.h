@@ -121,7 +121,7 @@ private:
     std::optional<U8> groupWithout(Way const& from, PortVlans const& vlans);
     void change(MrouteKey const& key, Way const* from, Way const& to, bool oldFirst);
     Ways::iterator forget(Ways::iterator way);
-    void rowIs(MrouteKey const& key, Way const& way);
+    void rowIs(MrouteKey const& key, Way const& way) const;
     void rowDel(MrouteKey const& key);
     void settle();
     void settleIfPossible();

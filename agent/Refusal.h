@@ -42,8 +42,8 @@ bool hasRoom(Table& table, typename Table::Key const& key) {
     auto const item = table.createHashEntry(key, false);
     auto& convertor = *table.hashConvertor();
     Dovra::Cuckoo::Rows rows{};
-    for (U8 way = 0; way < convertor.numHashTables(); ++way)
-        rows[way] = static_cast<U16>(item->getHash(way));
+    for (U32 way = 0; way < convertor.numHashTables(); ++way)
+        rows[way] = static_cast<U16>(item->getHash(static_cast<U8>(way)));
     return convertor.hasRoom(rows);
 }
 

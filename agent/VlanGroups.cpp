@@ -15,9 +15,10 @@ namespace {
 
 VlanGroupResult resultOf(std::vector<Bridging::VlanId> const& vlans) {
     VlanGroupResult result;
-    for (U8 i = 0; i < vlans.size(); ++i)
-        result.groupIs(i, vlans[i]);
-    return result.numVlansIs(static_cast<U8>(vlans.size()));
+    U8 count = 0;
+    for (auto const& vlan : vlans)
+        result.groupIs(count++, vlan);
+    return result.numVlansIs(count);
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ using PortVlans = std::map<NerioSwitch::ChipPortId, std::vector<Bridging::VlanId
 class VlanGroups {
 public:
     static constexpr U8 groups = NerioSwitchTable::VlanGroupRow::rowsPerPort;
-    static constexpr std::size_t vlansPerPort = 2 * NerioSwitchTable::VlanGroupRow::pairs;
+    static constexpr std::size_t vlansPerPort = std::size_t{2} * NerioSwitchTable::VlanGroupRow::pairs;
 
     explicit VlanGroups(Belmo::Ptr<NerioSwitchTable::VlanGroupTable> table);
 

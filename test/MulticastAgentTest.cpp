@@ -399,6 +399,34 @@ TEST_F(MulticastAgentTest, VlansThatAKilledProcessLeftBehindGo) {
     }
 }
 
+/** At each register write of a change, in another group or in the same one. */
+TEST_F(MulticastAgentTest, AProcessKilledInTheMiddleOfAChangeLeavesNothingBehind) {
+    for (U16 const others : {U16{1}, U16{15}}) {
+        auto const old = ofOwnGroup(0);
+        auto const changed = MulticastRoute(old).outIs({{77, 0x1}, {78, 0x3}});
+        auto const isToldAgain = [&](MulticastRoute const& route) {
+            target.start(StartMode::warm);
+            for (U16 i = 1; i <= others; ++i)
+                EXPECT_TRUE(added(ofOwnGroup(i)));
+            EXPECT_TRUE(added(route));
+            target.agent->othersDel();
+        };
+        isToldAgain(old);
+        bool fails = true;
+        for (U32 i = 0; fails && !HasFailure(); ++i) {
+            target.bus->failAfter(i);
+            fails = !failureOf<NerioSwitchApi::BusException>([&] { add(changed); }).empty();
+            target.bus->heal();
+            isToldAgain(changed);
+            EXPECT_EQ(copies(changed), copiesOf(changed)) << i;
+            EXPECT_EQ(copies(ofOwnGroup(1)), copiesOf(ofOwnGroup(1))) << i;
+            EXPECT_THAT(target.entries(), ElementsAre(0u, others + 1u, others + 2u)) << i;
+            removed(changed);
+            EXPECT_TRUE(added(old));
+        }
+    }
+}
+
 TEST_F(MulticastAgentTest, RowsThatNoAgentWouldWriteAreTakenOver) {
     auto const route = fromAny(someGroup, 20).outIs({{30, 0x2}});
     auto const vlans = NerioSwitchTable::VlanGroupResult().groupIs(0, 31).groupIs(1, 30).groupIs(2, 31);
