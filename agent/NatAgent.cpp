@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Belmo/Exceptions.h"
+#include "NerioSwitch/Indexes.h"
 #include "Sorn/Text.h"
 
 namespace Agent {
@@ -28,19 +29,11 @@ constexpr U32 pairOf(U32 session) {
 }
 
 template <class Table>
-bool programmed(Table const& table, typename Table::Key const& key) {
-    auto const& status = *table.tableStatus();
-    return status.entryStatusHas(key) &&
-           status.entryStatus(key).status() == NerioSwitchApi::EntryProgrammedStatus::entryProgrammed;
-}
-
-template <class Table>
-std::optional<NatRefusal> entryIs(Table& table, typename Table::Key const& key,
-                                  typename Table::Result const& result) {
+std::optional<Refusal> entryIs(Table& table, typename Table::Key const& key,
+                               typename Table::Result const& result) {
     table.entryIs(key, result);
-    if (programmed(table, key)) return std::nullopt;
-    return NatRefusal{NatRefusal::Reason::noPlace,
-                      fmt::format("no place in {} for {}", table.name(), key.stringValue())};
+    if (isProgrammed(table, key)) return std::nullopt;
+    return noPlace(table, key.stringValue());
 }
 
 }  // namespace
@@ -59,6 +52,28 @@ U16 checksumCorrection(Lanvo::IpAddr const& oldAddress, U16 oldPort, Lanvo::IpAd
     while (sum > 0xFFFF)
         sum = (sum & 0xFFFF) + (sum >> 16);
     return static_cast<U16>(sum);
+}
+
+NatTables NatTables::made(NerioSwitch::ProfileInfo const& profile) {
+    if (!profile.natProfile || profile.numPipelines == 0)
+        throw Belmo::RangeException("translations take a chip that translates; the profile says it does not");
+    NatTables tables;
+    for (U32 number = 0; number < profile.numPipelines; ++number) {
+        auto const pipeline = NerioSwitch::PipeId(number).value();
+        if (pipeline % 2 == 0) {
+            tables.matches.push_back(
+                NerioSwitchTable::natMatchTableFactory(fmt::format("natMatch{}", pipeline), pipeline));
+        }
+        tables.rewrites.push_back(
+            NerioSwitchTable::natRewriteTableFactory(fmt::format("natRewrite{}", pipeline), pipeline));
+    }
+    return tables;
+}
+
+std::vector<Belmo::Ptr<NerioSwitchApi::SwTable>> NatTables::tables() const {
+    std::vector<Belmo::Ptr<NerioSwitchApi::SwTable>> all(matches.begin(), matches.end());
+    all.insert(all.end(), rewrites.begin(), rewrites.end());
+    return all;
 }
 
 NatAgent::NatAgent(MatchTables matches, RewriteTables rewrites)
@@ -115,11 +130,11 @@ NatAgent::Parts NatAgent::partsOf(NatTranslation const& translation, U32 session
                to(inside, insidePort, checksumCorrection(outside, outsidePort, inside, insidePort))}}}};
 }
 
-std::optional<NatRefusal> NatAgent::taken(Parts const& parts) const {
+std::optional<Refusal> NatAgent::taken(Parts const& parts) const {
     for (auto const& [key, result] : parts.matches) {
         if (matchKeys_.contains(key))
-            return NatRefusal{NatRefusal::Reason::taken,
-                              fmt::format("another translation matches {}", key.stringValue())};
+            return Refusal{Refusal::Reason::taken,
+                           fmt::format("another translation matches {}", key.stringValue())};
     }
     return std::nullopt;
 }
@@ -150,7 +165,7 @@ std::optional<U32> NatAgent::freeSession() {
     return std::nullopt;
 }
 
-std::optional<NatRefusal> NatAgent::place(Parts const& parts) {
+std::optional<Refusal> NatAgent::place(Parts const& parts) {
     for (auto const& [key, result] : parts.rewrites) {
         for (auto const& table : rewrites_) {
             if (auto refusal = entryIs(*table, key, result)) return refusal;
@@ -193,7 +208,7 @@ void NatAgent::settleIfPossible() {
     }
 }
 
-std::optional<NatRefusal> NatAgent::translationIs(NatTranslation const& translation) {
+std::optional<Refusal> NatAgent::translationIs(NatTranslation const& translation) {
     check(translation);
     settle();
     if (translationHas(translation)) return std::nullopt;
@@ -201,12 +216,12 @@ std::optional<NatRefusal> NatAgent::translationIs(NatTranslation const& translat
     if (auto refusal = taken(keys)) return refusal;
     auto session = heldSession(keys);
     if (!session) session = freeSession();
-    if (!session) return NatRefusal{NatRefusal::Reason::noSession, "all sessions are in use"};
+    if (!session) return Refusal{Refusal::Reason::noSession, "all sessions are in use"};
 
     held_.insert(*session);
     auto const parts = partsOf(translation, *session);
     leaving_.emplace(translation, *session);  // until all of it is in hardware
-    std::optional<NatRefusal> refusal;
+    std::optional<Refusal> refusal;
     try {
         refusal = place(parts);
     } catch (Belmo::Exception const&) {

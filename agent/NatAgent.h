@@ -11,6 +11,7 @@
 
 #include "NerioSwitchTable/NerioTableNatMatch.h"
 #include "NerioSwitchTable/NerioTableNatRewrite.h"
+#include "agent/Refusal.h"
 
 /* Whole translations of addresses over the tables that hold their parts. */
 namespace Agent {
@@ -34,13 +35,19 @@ class NatTranslation {
 U16 checksumCorrection(Lanvo::IpAddr const& oldAddress, U16 oldPort, Lanvo::IpAddr const& newAddress,
                        U16 newPort);
 
-/** Why a translation is not in hardware. */
-struct NatRefusal {
-    enum class Reason : U8 { taken, noSession, noPlace };
+/** The tables that translations live in. */
+struct NatTables {
+    std::vector<Belmo::Ptr<NerioSwitchTable::NatMatchTable>> matches;
+    std::vector<Belmo::Ptr<NerioSwitchTable::NatRewriteTable>> rewrites;
 
-    Reason reason;
-    /** Which part of the translation, as people read it. */
-    Belmo::String text;
+    /**
+     * New tables of all pipelines, which are yet to be brought up: "natMatch0", "natMatch2", ... for every
+     * two of them, and "natRewrite0", "natRewrite1", ... for each. Throws `Belmo::RangeException` for a chip
+     * that does not translate.
+     */
+    static NatTables made(NerioSwitch::ProfileInfo const& profile);
+    /** All of them. */
+    std::vector<Belmo::Ptr<NerioSwitchApi::SwTable>> tables() const;
 };
 
 /**
@@ -68,7 +75,7 @@ public:
      * profile that rows cannot carry. When the bus fails, lets the failure through; parts that could not be
      * taken back go before anything else is done.
      */
-    std::optional<NatRefusal> translationIs(NatTranslation const& translation);
+    std::optional<Refusal> translationIs(NatTranslation const& translation);
     /** Removes all parts of a translation; false if there is none. When the bus fails, lets the failure
      * through: the translation is gone, and its parts go before anything else is done. */
     bool translationDel(NatTranslation const& translation);
@@ -86,10 +93,10 @@ private:
 
     static void check(NatTranslation const& translation);
     static Parts partsOf(NatTranslation const& translation, U32 session);
-    std::optional<NatRefusal> taken(Parts const& parts) const;
+    std::optional<Refusal> taken(Parts const& parts) const;
     std::optional<U32> heldSession(Parts const& parts) const;
     std::optional<U32> freeSession();
-    std::optional<NatRefusal> place(Parts const& parts);
+    std::optional<Refusal> place(Parts const& parts);
     void remove(Parts const& parts);
     void settle();
     void settleIfPossible();

@@ -68,22 +68,76 @@ Route routeFromJson(Json const& json, Place const& place) {
             numberFromJson(requiredMember(json, "nexthop", place), ~U32{0}, place.member("nexthop"))};
 }
 
-/** Routes, and that no table stands in the way of their stages. */
-std::vector<Route> routesFromJson(Json const& json, Place const& place,
-                                  std::vector<TableState> const& tables) {
+MulticastRoute multicastRouteFromJson(Json const& json, Place const& place) {
+    auto route = fromJson<MulticastRoute>(json, place);
+    for (auto const* name : {"group", "vlanId"})
+        requiredMember(json, name, place);
+    return route;
+}
+
+NatTranslation translationFromJson(Json const& json, Place const& place) {
+    auto translation = fromJson<NatTranslation>(json, place);
+    for (auto const* name : {"inside", "outside"})
+        requiredMember(json, name, place);
+    return translation;
+}
+
+template <class Value>
+std::vector<Value> listFromJson(Json const& json, Place const& place,
+                                Value (*read)(Json const&, Place const&)) {
     if (!json.is_array()) refuseKind(json, "an array", place);
-    for (auto const& stage : RouteStages::made().tables()) {
+    std::vector<Value> all;
+    for (auto const& element : json)
+        all.push_back(read(element, place.element(all.size())));
+    return all;
+}
+
+/** Refuses tables that stand in the way of those of agents. */
+template <class Tables>
+void namesAreFree(Tables const& agentTables, std::vector<TableState> const& tables, Place const& place) {
+    for (auto const& taken : agentTables) {
         for (auto const& table : tables) {
-            if (table.spec.name == stage->name()) {
-                throw JsonException(
-                    place, fmt::format("routes: the table {} belongs to them", shown(Json(table.spec.name))));
-            }
+            if (table.spec.name != taken->name()) continue;
+            throw JsonException(place, fmt::format("{}: the table {} belongs to them", place.name(),
+                                                   shown(Json(table.spec.name))));
         }
     }
-    std::vector<Route> routes;
-    for (auto const& route : json)
-        routes.push_back(routeFromJson(route, place.element(routes.size())));
-    return routes;
+}
+
+void keysDiffer(std::vector<MulticastRoute> const& routes, Place const& place) {
+    std::set<NerioSwitch::MrouteKey> keys;
+    std::size_t number = 0;
+    for (auto const& route : routes) {
+        auto const at = place.element(number++);
+        if (!keys.insert(route.key()).second) {
+            throw JsonException(at,
+                                fmt::format("{}: another route has this source, group and VLAN", at.name()));
+        }
+    }
+}
+
+/** What agents share out among tables of their own. */
+void agentsFromJson(StateFile& file, Json const& json, Place const& root) {
+    if (auto const* routes = optionalMember(json, "routes")) {
+        auto const place = root.member("routes");
+        file.routes = listFromJson<Route>(*routes, place, routeFromJson);
+        namesAreFree(RouteStages::made().tables(), file.tables, place);
+    }
+    if (auto const* routes = optionalMember(json, "multicastRoutes")) {
+        auto const place = root.member("multicastRoutes");
+        file.multicastRoutes = listFromJson<MulticastRoute>(*routes, place, multicastRouteFromJson);
+        keysDiffer(file.multicastRoutes, place);
+        namesAreFree(RouteStages::made().tables(), file.tables, place);
+        namesAreFree(MulticastTables::made().tables(), file.tables, place);
+    }
+    if (auto const* translations = optionalMember(json, "translations")) {
+        auto const place = root.member("translations");
+        file.translations = listFromJson<NatTranslation>(*translations, place, translationFromJson);
+        Detail::placed(place, [&] {
+            namesAreFree(NatTables::made(*file.profile).tables(), file.tables, place);
+            return 0;
+        });
+    }
 }
 
 }  // namespace
@@ -115,6 +169,10 @@ Json stateToJson(StateFile const& file) {
         entry["nexthop"] = route.nexthop.value();
         json["routes"].push_back(std::move(entry));
     }
+    for (auto const& route : file.multicastRoutes)
+        json["multicastRoutes"].push_back(toJson(route));
+    for (auto const& translation : file.translations)
+        json["translations"].push_back(toJson(translation));
     return json;
 }
 
@@ -122,7 +180,7 @@ StateFile parseState(Belmo::String const& text, Belmo::String const& path) {
     try {
         Place const root;
         auto const json = parseJson(text);
-        membersAre(json, {"profile", "tables", "routes"}, root);
+        membersAre(json, {"profile", "tables", "routes", "multicastRoutes", "translations"}, root);
         auto const* profile = optionalMember(json, "profile");
         StateFile file;
         file.path = path;
@@ -130,8 +188,7 @@ StateFile parseState(Belmo::String const& text, Belmo::String const& path) {
             profileFromJson(profile == nullptr ? Json::object() : *profile, root.member("profile"));
         checkPorts(*file.profile, root.member("profile"));
         file.tables = tablesFromJson(requiredMember(json, "tables", root), root.member("tables"));
-        if (auto const* routes = optionalMember(json, "routes"))
-            file.routes = routesFromJson(*routes, root.member("routes"), file.tables);
+        agentsFromJson(file, json, root);
         return file;
     } catch (JsonException const& failure) {
         throw StateFileException(path, failure.place(), failure.what());

@@ -6,6 +6,8 @@
 #include "NerioSwitch/ProfileInfo.h"
 
 #include "agent/Families.h"
+#include "agent/MulticastAgent.h"
+#include "agent/NatAgent.h"
 #include "agent/RouteAgent.h"
 
 namespace Agent {
@@ -20,21 +22,30 @@ struct TableState {
 };
 
 /**
- * A whole switch as a file: a profile, tables with their entries, in the JSON forms of scripts, and routes,
- * which the stages of the route look-up share out among them:
+ * A whole switch as a file: a profile, tables with their entries, in the JSON forms of scripts, and what
+ * agents share out among several tables: routes, multicast routes, and translations of addresses:
  *
  *     {"profile": {"preset": "default"},
  *      "tables": [{"family": "portConfig", "name": "ports",
  *                  "entries": [{"key": {"portId": 0}, "result": {"portMode": "trunk"}}]}],
- *      "routes": [{"vrf": 0, "prefix": "10.0.0.0/8", "nexthop": 7}]}
+ *      "routes": [{"vrf": 0, "prefix": "10.0.0.0/8", "nexthop": 7}],
+ *      "multicastRoutes": [{"source": "10.0.0.5/32", "group": "239.1.1.1", "vlanId": 20,
+ *                           "out": {"30": 6, "31": "0x10"}}],
+ *      "translations": [{"inside": "10.0.0.5", "insidePort": 8080,
+ *                        "outside": "192.0.2.1", "outsidePort": 80, "proto": 1, "profile": 3}]}
  *
- * A file with routes has no tables of the stages' names, "lpm11" to "lpm32".
+ * The ports of each outgoing VLAN of a multicast route are a mask. A file with any of the three has no tables
+ * of the names that the agents' tables have: "lpm11" to "lpm32", which multicast routes need as well, "sg",
+ * "starG", "vlanGroups", "natMatch0", "natRewrite0" and so on.
  */
 struct StateFile {
     Belmo::String path;
     Belmo::Ptr<NerioSwitch::ProfileInfo> profile;
     std::vector<TableState> tables;
     std::vector<Route> routes;
+    /** No two of them have the same key. */
+    std::vector<MulticastRoute> multicastRoutes;
+    std::vector<NatTranslation> translations;
 };
 
 /** A state file that cannot be taken: one line that names the file, the place in it and what is wrong. */

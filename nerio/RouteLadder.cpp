@@ -81,6 +81,11 @@ void RouteLadder::checkProfile(NerioSwitch::ProfileInfo const& profile) {
         throw Belmo::RangeException("routes take an L3 processor; the profile has none");
 }
 
+RouteLoad RouteLadder::reconciled() {
+    agent_->reconciled();
+    return load();
+}
+
 RouteLoad RouteLadder::load() const {
     RouteLoad load;
     load.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin_).count();

@@ -65,9 +65,10 @@ public:
             agent_->routeIs(route.key, route.nexthop);
             if (progress) progress(++done);
         }
-        agent_->reconciled();
-        return load();
+        return reconciled();
     }
+    /** The same for routes that the agent was told: they are all that there are. */
+    RouteLoad reconciled();
 
     Agent::RouteAgent& agent() { return *agent_; }
     /** Holds software, shadow and chip of all stages against each other. */

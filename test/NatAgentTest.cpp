@@ -8,8 +8,8 @@
 
 namespace {
 
-using Agent::NatRefusal;
 using Agent::NatTranslation;
+using Agent::Refusal;
 using NerioSwitchApi::StartMode;
 using NerioSwitchTable::NatMatchKey;
 using NerioSwitchTable::NatRewriteKey;
@@ -30,7 +30,7 @@ NatTranslation numbered(U32 number) {
 }
 
 struct NatAgentTest : testing::Test {
-    std::optional<NatRefusal> add(NatTranslation const& translation) {
+    std::optional<Refusal> add(NatTranslation const& translation) {
         return nat.agent->translationIs(translation);
     }
     bool added(NatTranslation const& translation) { return !add(translation); }
@@ -126,7 +126,7 @@ TEST_F(NatAgentTest, TwoTranslationsDoNotMatchTheSamePackets) {
     add(numbered(1));
     auto const sameInside = add(numbered(1).outsidePortIs(999));
     ASSERT_TRUE(sameInside);
-    EXPECT_EQ(sameInside->reason, NatRefusal::Reason::taken);
+    EXPECT_EQ(sameInside->reason, Refusal::Reason::taken);
     EXPECT_THAT(sameInside->text, HasSubstr("sip=10.0.0.1"));
     auto const sameOutside = add(numbered(1).insidePortIs(999));
     ASSERT_TRUE(sameOutside);
@@ -162,7 +162,7 @@ TEST_F(NatAgentTest, ATranslationWithoutAPlaceForAllOfItHasNone) {
     auto const before = nat.chip->state();
     auto const refusal = add(translation(3));
     ASSERT_TRUE(refusal);
-    EXPECT_EQ(refusal->reason, NatRefusal::Reason::noPlace);
+    EXPECT_EQ(refusal->reason, Refusal::Reason::noPlace);
     EXPECT_THAT(refusal->text, HasSubstr("no place in matches for natType=1"));
     EXPECT_FALSE(nat.agent->translationHas(translation(3)));
     EXPECT_EQ(nat.chip->state(), before);
@@ -173,14 +173,14 @@ TEST_F(NatAgentTest, ATranslationWithoutAPlaceForAllOfItHasNone) {
 
 TEST_F(NatAgentTest, FillsTheRewritesAndLosesNothingAtTheLimit) {
     U32 placed = 0;
-    std::optional<NatRefusal> refusal;
+    std::optional<Refusal> refusal;
     for (U32 i = 0; i < 2200; ++i) {
         refusal = add(numbered(i));
         if (refusal) break;
         ++placed;
     }
     ASSERT_TRUE(refusal) << "4096 rows have no room for 4400 rewrites";
-    EXPECT_EQ(refusal->reason, NatRefusal::Reason::noPlace);
+    EXPECT_EQ(refusal->reason, Refusal::Reason::noPlace);
     EXPECT_THAT(refusal->text, HasSubstr("no place in rewrites0"));
     EXPECT_GT(placed, 4096u * 95 / 100 / 2);
     EXPECT_THAT(nat.entries(), Each(2 * placed));

@@ -86,6 +86,8 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "  acl vrfs 0       aclHash                       2     8192            40960 TIME\n"
               "  acl servers 1    aclHash                       6     8192            40960 TIME\n"
               "  acl clients 1    aclHash                       4     8192            40960 TIME\n"
+              "  flood rewrites   l3FloodArp                    2     3328            26624 TIME\n"
+              "  flood ports      l3FloodBitmap                 2      256              768 TIME\n"
               "\n"
               "hash tables\n"
               "  table            family              rows in use     rows     fill   moves   no place\n"
@@ -98,6 +100,10 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "\n"
               "routes: 19 of 19 placed in 4112 rows, 377024 register writes, TIME\n"
               "\n"
+              "multicast routes: 8 of 8 placed in 97 rows, 302370 register writes, TIME\n"
+              "\n"
+              "translations: 5 of 5 placed in 30 rows, 94338 register writes, TIME\n"
+              "\n"
               "warm restart, in a second process\n"
               "  table            family          entries adopted     rows  register writes       time\n"
               "  ports            portConfig                   14       52                0 TIME\n"
@@ -107,12 +113,18 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "  acl vrfs 0       aclHash                       2     8192                0 TIME\n"
               "  acl servers 1    aclHash                       6     8192                0 TIME\n"
               "  acl clients 1    aclHash                       4     8192                0 TIME\n"
+              "  flood rewrites   l3FloodArp                    2     3328                0 TIME\n"
+              "  flood ports      l3FloodBitmap                 2      256                0 TIME\n"
               "\n"
               "routes: 19 of 19 in place in 4112 rows, 0 register writes, TIME\n"
               "\n"
+              "multicast routes: 8 of 8 in place in 97 rows, 0 register writes, TIME\n"
+              "\n"
+              "translations: 5 of 5 in place in 30 rows, 0 register writes, TIME\n"
+              "\n"
               "38 entries equal the default, leave no trace in hardware, and were set again, not adopted\n"
               "\n"
-              "software, shadow and chip agree on all 131124 rows; the warm restart wrote nothing\n");
+              "software, shadow and chip agree on all 205172 rows; the warm restart wrote nothing\n");
 }
 
 TEST_F(RunCommandTest, ReportsTheSwitchOfAStateFile) {

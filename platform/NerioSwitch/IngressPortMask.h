@@ -39,7 +39,7 @@ public:
     }
 
     friend constexpr bool operator==(IngressPortMask, IngressPortMask) = default;
-    friend constexpr auto operator<=>(IngressPortMask, IngressPortMask) = default;
+    friend constexpr auto operator<=>(IngressPortMask, IngressPortMask) = default;  // NOLINT
     constexpr U32 hash(U32 seed) const { return Sorn::hashOf(mask_, seed); }
     Belmo::String text() const { return std::to_string(mask_); }
     static IngressPortMask fromText(Sorn::CharRange& range) { return IngressPortMask(range.takeNumber()); }
