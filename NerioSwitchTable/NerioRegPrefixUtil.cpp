@@ -6,12 +6,24 @@
 
 namespace NerioSwitchTable {
 
-Belmo::String vlanRegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy) {
-    bool const ownBlock = profile.vlanRegVer > 2;
+namespace {
+
+/** Where a copy of the VLAN family's geometry lies: in a block of its own, or in its pipeline's processor. */
+Belmo::String vlanCopyPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy, bool ownBlock) {
     if (isCpuPipeline(profile, copy, numVlanTableCopies(profile))) {
         return ownBlock ? "cpu_pipeline[0]/vlan/" : "cpu_pipeline[0]/processor/";
     }
     return ownBlock ? Sorn::_fmt("ingress/vlan[%u]/", copy) : Sorn::_fmt("pipeline[%u]/processor/", copy);
+}
+
+}  // namespace
+
+Belmo::String vlanRegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy) {
+    return vlanCopyPrefix(profile, copy, profile.vlanRegVer > 2);
+}
+
+Belmo::String floodSetRegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy) {
+    return vlanCopyPrefix(profile, copy, profile.hwApi >= NerioSwitch::ProfileHwApi(5, 0));
 }
 
 Belmo::String l2RegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy) {

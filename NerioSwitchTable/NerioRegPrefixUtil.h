@@ -11,6 +11,9 @@ namespace NerioSwitchTable {
 /** Prefix of copy `copy` of the VLAN family; the copy behind the last table is the CPU pipeline's. */
 NERIO_SWITCH_TABLE_EXPORT Belmo::String vlanRegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy);
 
+/** Prefix of a flood set copy, numbered in the same way. It moved with the register interface's version. */
+NERIO_SWITCH_TABLE_EXPORT Belmo::String floodSetRegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy);
+
 /** Prefix of copy `copy` of the layer-2 family on the ingress side. */
 NERIO_SWITCH_TABLE_EXPORT Belmo::String l2RegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy);
 
