@@ -45,8 +45,9 @@ public:
         auto const found = wanted.find(key);
         bool const stands = copy == cpuCopy() || copy == ingressCopyOf(key);
         if (found == wanted.end() || !stands) return std::nullopt;
-        return changed(this->hwTable(copy)->storedEntry(row), copy, row,
-                       this->encode(copy, key, found->second));
+        auto const words = this->encode(copy, key, found->second);
+        auto const stored = this->hwTable(copy)->storedEntry(row);
+        return stored && !differs(*stored, words) ? *stored : changed(stored, copy, row, words);
     }
 
 protected:

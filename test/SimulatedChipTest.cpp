@@ -231,7 +231,11 @@ TEST_F(SimulatedChipDeathTest, HandlesOfNoRegisterAreAProgrammingError) {
 TEST_F(SimulatedChipDeathTest, AMemoryLongerThanItsRowFieldIsAProgrammingError) {
     auto memory = aclMemory();
     memory.rowsPerWay = 2049;
-    EXPECT_DEATH(chipWith({memory}), "reaches\\(description_.row, description_.rowsPerWay\\)");
+    EXPECT_DEATH(chipWith({memory}), "reachesRows\\(description_\\)");
+    memory.rowsPerWay = memory.row.width + 1u;
+    EXPECT_NO_THROW(chipWith({memory}));
+    memory.oneHotRow = true;
+    EXPECT_DEATH(chipWith({memory}), "reachesRows\\(description_\\)");
 }
 
 TEST_F(SimulatedChipDeathTest, RowsEndWithTheMemory) {
