@@ -348,6 +348,15 @@ TEST_F(LagGroupTest, AChipWithoutLayer2TablesHasTheCpuTableAlone) {
     holdsAcrossRestart([&] { EXPECT_EQ(shadowWords(30)[0], 9u); });
 }
 
+TEST_F(LagGroupTest, ACopyThatNoPipeIsMappedToHasNoRows) {
+    profile().layouts[l2].tables = 3;
+    start();
+    EXPECT_THAT(convertor().descriptors(), SizeIs(4));
+    EXPECT_GT(convertor().descriptor(2)->firstIndex(), convertor().descriptor(2)->lastIndex());
+    groupIs(30, 9);
+    EXPECT_EQ(shadowWords(30, 3)[0], 9u);
+}
+
 TEST_F(LagGroupTest, NothingIsWrittenWhileTheFirstDescriptorIsNotInitialized) {
     start();
     takeWrites();

@@ -175,6 +175,8 @@ TEST_F(LagOnChipTest, APortsGroupAndMembersAreThoseOfItsLag) {
     EXPECT_EQ(lookup().group(3), 0u) << "a deletion puts a port into group 0";
     groups->entryIs(LagGroupKey(3u), LagGroupResult(63));
     EXPECT_EQ(lookup().group(3), std::nullopt);
+    groups->entryIs(LagGroupKey(4u), LagGroupResult(63));
+    EXPECT_EQ(lookup().group(4), std::nullopt) << "its row, which selects no port, need not be written";
     expectAgreement();
 }
 

@@ -221,6 +221,16 @@ TEST_F(SimulatedChip, RefusesAMemoryBehindRegistersItDoesNotHave) {
     EXPECT_THROW(chipWith({memory}), NerioSwitchApi::UnknownRegisterException);
 }
 
+TEST_F(SimulatedChip, TheTextOfAMemorySaysHowItsRowsAreSelected) {
+    auto memory = aclMemory();
+    auto const plain = memory.text();
+    memory.oneHotRow = true;
+    auto const byBits = memory.text();
+    memory.takesIdleWords = true;
+    EXPECT_NE(byBits, plain);
+    EXPECT_NE(memory.text(), byBits);
+}
+
 using SimulatedChipDeathTest = SimulatedChip;
 
 TEST_F(SimulatedChipDeathTest, HandlesOfNoRegisterAreAProgrammingError) {
