@@ -1,5 +1,6 @@
 #include "chip/LagMemories.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 #include "chip/Geometry.h"
@@ -83,7 +84,8 @@ bool lagBucketsInOneMemory(ProfileInfo const& profile) {
 }
 
 void addLagMemories(ProfileInfo const& profile, std::vector<MemoryDescription>& memories) {
-    U32 const tables = tableCount(profile, NerioSwitch::TableLayoutEnum::tableLayoutL2);
+    U32 tables = tableCount(profile, NerioSwitch::TableLayoutEnum::tableLayoutL2);
+    if (!profile.noMuxInRegName) tables = std::min(tables, pipelineCount(profile));
     for (U32 table = 0; table < tables; ++table)
         addLayer2Table(lagTablePrefix(profile, table), memories);
     addCpuPorts(memories);

@@ -62,7 +62,12 @@ FamilyCase lagMembershipCase() {
             .randomKey = randomPortJson<LagMembershipKey>,
             .randomResult = randomResult,
             .comesBack = comesBack,
-            .writesAtRestart = true};
+            .restartWrites = [](Json const&, Json const& json) {
+                auto const result = Agent::fromJson<LagMembershipResult>(json, Agent::Place());
+                bool const losesGroup =
+                    result.lagGroupId() != LagMembershipResult::noGroup && !result.port().empty();
+                return U64{losesGroup ? LagMembershipRow::words : 0};
+            }};
 }
 
 /** Rows hold six bits of a seed. */

@@ -127,6 +127,16 @@ TEST_F(LagOnChipTest, ALayer2ControlWordSelectsAPortByABitAndItsHighestTellsTheM
               "ingress/processor_l2[1]/lagPorts");
 }
 
+TEST_F(LagOnChipTest, ALayer2TableWithoutAPipelineOfItsNumberHasNoMemoryInEarlierGenerations) {
+    profile->layouts[l2].pipeToTable = {0, 7};
+    profile->noMuxInRegName = false;
+    chip = Chip::simulatedChip(*profile);
+    EXPECT_NO_THROW(chip->indirectMemory("pipeline[1]/processor/lagGroups"));
+    profile->noMuxInRegName = true;
+    chip = Chip::simulatedChip(*profile);
+    EXPECT_NO_THROW(chip->indirectMemory("ingress/processor_l2[7]/lagGroups"));
+}
+
 TEST_F(LagOnChipTest, TheCpuPipelineHasTheMasksOfGroupsAndKeepsNoneForTheLast) {
     chip = Chip::simulatedChip(*profile);
     std::string const prefix = "cpu_pipeline[0]/lag_cpu[0]/";
