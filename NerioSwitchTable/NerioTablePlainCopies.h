@@ -52,7 +52,7 @@ public:
                 auto const found = wanted.find(key);
                 if (found != wanted.end()) {
                     hwTableEntryIs(key, found->second);
-                } else if (resetHw || this->hwTable(copy)->storedWords(row) == nullptr) {
+                } else if (resetHw || !stays(copy, row)) {
                     writeDefault(copy, row);
                 }
             });
@@ -88,6 +88,10 @@ protected:
     /** Writes an entry: to every copy, unless a family chooses. */
     virtual void entryIsInCopies(Key const& key, Result const& result) {
         forEachCopy([&](Copy copy) { writeIfDifferent(copy, rowOf(key), encode(copy, key, result)); });
+    }
+    /** Whether a warm start leaves the row of a key without an entry as it is. */
+    virtual bool stays(Copy copy, HwIndex row) const {
+        return this->hwTable(copy)->storedWords(row) != nullptr;
     }
     /** Writes the row of a key without an entry to this copy alone, whatever the shadow holds. */
     virtual void writeDefault(Copy copy, HwIndex row) {

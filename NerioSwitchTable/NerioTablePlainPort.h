@@ -64,6 +64,7 @@ public:
                 return;
             }
             auto const result = decode(stored->data(0));
+            traceRow(row, result);
             if (result != Result()) this->swTable().entryIs(key, result);
         });
     }
@@ -83,6 +84,8 @@ protected:
     virtual RowWords encode(Result const& result) const = 0;
     /** The result that word 0 of a row stands for. */
     virtual Result decode(U32 word) const = 0;
+    /** Traces what a row says; most families do not. */
+    virtual void traceRow(NerioSwitchApi::HwIndex /*row*/, Result const& /*result*/) const {}
     /** Traces, at level 9, that the shadow lacks a row. */
     virtual void traceMissingRow(NerioSwitchApi::HwIndex row) const = 0;
 

@@ -41,6 +41,8 @@ std::vector<Family> allFamilies() {
         familyOf<HashJsonTable>("lpm29", NerioSwitchTable::lpm29TableFactory),
         familyOf<HashJsonTable>("lpm32", NerioSwitchTable::lpm32TableFactory),
     };
+    for (auto&& family : lagFamilies())
+        all.push_back(std::move(family));
     for (auto&& family : natFamilies())
         all.push_back(std::move(family));
     for (auto&& family : multicastFamilies())

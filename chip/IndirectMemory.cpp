@@ -22,10 +22,17 @@ bool reaches(ControlField field, U32 count) {
     return count > 0 && U64{count} <= U64{1} << field.width;
 }
 
+/** Whether every row of a way can be named. */
+bool reachesRows(MemoryDescription const& memory) {
+    return memory.oneHotRow ? memory.rowsPerWay <= memory.row.width : reaches(memory.row, memory.rowsPerWay);
+}
+
 /** What few memories have, in one line. */
 Belmo::String extraText(MemoryDescription const& memory) {
     Belmo::String text;
     if (memory.content.width > 0) text += fmt::format(" content {}", fieldText(memory.content));
+    if (memory.oneHotRow) text += " by a bit each";
+    if (memory.takesIdleWords) text += " idles";
     if (memory.keptRowsPerWay > 0) text += fmt::format(" keeps {}", memory.keptRowsPerWay);
     return text;
 }
@@ -50,7 +57,7 @@ IndirectMemory::IndirectMemory(MemoryDescription description, std::span<U32> row
                                std::vector<U32*> dataRegisters)
     : description_(std::move(description)), rows_(rows), dataRegisters_(std::move(dataRegisters)) {
     BELMO_ASSERT(description_.writeStrobe.width > 0 || description_.clearedByRead);
-    BELMO_ASSERT(reaches(description_.row, description_.rowsPerWay));
+    BELMO_ASSERT(reachesRows(description_));
     BELMO_ASSERT(reaches(description_.way, description_.ways));
     BELMO_ASSERT(rows_.size() == std::size_t{description_.rows()} * description_.wordsPerRow());
 }
@@ -66,7 +73,13 @@ std::span<U32 const> IndirectMemory::row(U32 number) const {
 }
 
 U32 IndirectMemory::addressedRow(U32 control) const {
-    U32 const row = description_.row.of(control);
+    U32 const field = description_.row.of(control);
+    if (description_.oneHotRow && !std::has_single_bit(field)) {
+        throw NerioSwitchApi::BusException(fmt::format("{} = 0x{:08X}: selects {} rows of {}",
+                                                       description_.controlRegister, control,
+                                                       std::popcount(field), description_.name));
+    }
+    U32 const row = description_.oneHotRow ? static_cast<U32>(std::countr_zero(field)) : field;
     U32 const way = description_.way.of(control);
     if (row >= description_.rowsPerWay || way >= description_.ways) {
         throw NerioSwitchApi::BusException(

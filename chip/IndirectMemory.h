@@ -73,6 +73,10 @@ struct BELMO_EXPORT MemoryDescription {
     ControlField select{};
     /** Value of `select` that this memory answers to. */
     U32 selected = 0;
+    /** Each bit of the row field selects a row of its own, the lowest bit row 0. */
+    bool oneHotRow = false;
+    /** Drivers write control words that store nothing as a matter of course: these leave nothing to read. */
+    bool takesIdleWords = false;
     /** Bits of the control word that belong to a row: they are stored as a word behind the data registers'.
      */
     ControlField content{};
@@ -104,7 +108,8 @@ public:
     bool stores(U32 control) const { return description_.writeStrobe.of(control) != 0; }
     /** Does what a control word asks for; throws `NerioSwitchApi::BusException` for a row beyond the end. */
     void controlIs(U32 control);
-    /** The row that a control word names, counted over all ways; throws like `controlIs`. */
+    /** The row that a control word names, counted over all ways; throws like `controlIs`, also for a word
+     * that selects several rows, or none, by a bit each. */
     U32 addressedRow(U32 control) const;
     /** Whether what is stored in that row is there afterwards. */
     bool keeps(U32 number) const {

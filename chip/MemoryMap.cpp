@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "chip/Geometry.h"
+#include "chip/LagMemories.h"
 
 namespace Chip {
 
@@ -250,6 +251,7 @@ std::vector<MemoryDescription> chipMemories(ProfileInfo const& profile) {
     }
     for (U32 processor = 0; processor < processorCount(profile, egress); ++processor)
         addEgressProcessor(profile, processor, memories);
+    addLagMemories(profile, memories);
     return memories;
 }
 

@@ -35,6 +35,12 @@ namespace Chip {
  *   "egress/processor[0]/natRewrite"                 in each egress processor: what becomes of sessions,
  *   "egress/processor[0]/lines"                      what it writes into flooded packets, and the VLANs of
  *                                                    groups
+ *   "ingress/processor_l2[0]/lagGroups"              in each layer 2 table, under the prefix of its
+ * generation, "ingress/processor_l2[0]/lagPorts"               and for its first 31 ports: the LAG of a port,
+ * and the ports of its LAG "cpu_pipeline[0]/lag_cpu[0]/lagPorts"            and for packets of the CPU the
+ * ports of each LAG "pipeline[0]/lag_lut[0]/lagBuckets"              in each pipeline, for four ports each
+ * or, in later "pipeline[0]/lagBuckets"                         generations, for all: the hash buckets of a
+ * LAG port; those for packets of the CPU are in "cpu_pipeline[0]/"
  *
  * A hit memory is read by its read strobe, a row at a time, and a read clears what it read: whoever reads
  * takes the hit bits of all tables in that row.

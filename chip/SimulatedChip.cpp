@@ -145,6 +145,13 @@ IndirectMemory* SimulatedChip::memoryOf(RegisterHandle handle, U32 word) const {
     return found == answering.end() ? nullptr : *found;
 }
 
+bool SimulatedChip::idles(RegisterHandle handle, U32 word) const {
+    if (!handle.exists() || controlOf_[handle.number] == 0) return false;
+    return std::ranges::any_of(controls_[controlOf_[handle.number] - 1].answering(word), [&](auto* memory) {
+        return memory->description().takesIdleWords && !memory->stores(word);
+    });
+}
+
 void SimulatedChip::hitIs(std::string_view controlRegister, U32 word) {
     auto* memory = memoryOf(registers_.address(controlRegister), word);
     if (memory == nullptr)
@@ -176,6 +183,7 @@ void SimulatedChip::readRow(std::span<RegisterHandle const> handles, std::span<U
     std::size_t first = 0;
     for (std::size_t control = 0; control < size; ++control) {
         auto const* memory = memoryOf(handles[control], words[control]);
+        if (memory == nullptr && idles(handles[control], words[control])) return;
         if (memory == nullptr) continue;
         auto const count = control + 1 - first;
         readStored(*memory, handles.subspan(first, count), words.subspan(first, count));

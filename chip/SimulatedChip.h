@@ -62,7 +62,8 @@ public:
      * Replaces the words of a row, as they would be written to these registers, by those that the chip holds
      * in the row: what the memory has there that their control word stores into, or else the registers'. A
      * row may be several of the memory's, with a control word behind the data words of each. Words that the
-     * memory does not keep stay as they are. Throws `NerioSwitchApi::BusException` for a row beyond the end.
+     * memory does not keep stay as they are, and so do those of a control word that stores nothing where such
+     * words are a matter of course. Throws `NerioSwitchApi::BusException` for a row beyond the end.
      */
     void readRow(std::span<NerioSwitchApi::RegisterHandle const> handles, std::span<U32> words) const;
     /**
@@ -75,6 +76,8 @@ public:
 private:
     /** The memory that a control word stores a row of; null for none, or another register. */
     IndirectMemory* memoryOf(NerioSwitchApi::RegisterHandle handle, U32 word) const;
+    /** Whether a control word stores nothing, and is meant to. */
+    bool idles(NerioSwitchApi::RegisterHandle handle, U32 word) const;
     void put(NerioSwitchApi::RegisterHandle handle, U32 word);
     void readStored(IndirectMemory const& memory, std::span<NerioSwitchApi::RegisterHandle const> handles,
                     std::span<U32> words) const;

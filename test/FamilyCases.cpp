@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "AclPlainFamilyCases.h"
+#include "LagFamilyCases.h"
 #include "MulticastFamilyCases.h"
 #include "NatFamilyCases.h"
 #include "NerioSwitchTable/NerioTableAclHashes.h"
@@ -258,6 +259,8 @@ std::vector<FamilyCase> allCases() {
     };
     for (auto const physTableIdx : {U8{0}, U8{1}, U8{2}, U8{5}})
         cases.push_back(aclCase(physTableIdx));
+    for (auto&& lagCase : lagFamilyCases())
+        cases.push_back(std::move(lagCase));
     for (auto&& natCase : natFamilyCases())
         cases.push_back(std::move(natCase));
     for (auto&& multicastCase : multicastFamilyCases())

@@ -22,6 +22,14 @@ struct FamilyCase {
     std::function<Agent::Json(Random&, Agent::Json const& key)> randomResult;
     /** What a warm restart makes of an entry; null where it does not come back. */
     std::function<Agent::Json(Agent::Json const& key, Agent::Json const& result)> comesBack;
+    /** Register writes that a warm restart owes for an entry, where what comes back is not what its rows
+     * held. */
+    std::function<U64(Agent::Json const& key, Agent::Json const& result)> restartWrites{};
+    /**
+     * The result as which a deleted key comes back from a warm restart, and no other key does; null where
+     * none comes back. The rows of such a key are others than those of a key that never was.
+     */
+    Agent::Json deletedComesBack{};
 };
 
 inline void PrintTo(FamilyCase const& family, std::ostream* stream) {

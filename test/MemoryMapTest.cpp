@@ -73,6 +73,14 @@ TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
         expected.insert(fmt::format("egress/processor[{}]/lines", i));
     }
     expected.insert("ingress/processor_l4[0]/natMatch");
+    for (auto const* name : {"ingress/processor_l2[0]/lagGroups", "ingress/processor_l2[0]/lagPorts",
+                             "ingress/processor_l2[1]/lagGroups", "ingress/processor_l2[1]/lagPorts",
+                             "cpu_pipeline[0]/lag_cpu[0]/lagPorts"})
+        expected.insert(name);
+    for (auto const* pipeline : {"pipeline[0]/", "pipeline[1]/", "cpu_pipeline[0]/"}) {
+        for (U32 group = 0; group < 13; ++group)
+            expected.insert(fmt::format("{}lag_lut[{}]/lagBuckets", pipeline, group));
+    }
     EXPECT_EQ(names(), expected);
     make();
     for (auto const& name : expected)

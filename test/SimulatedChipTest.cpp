@@ -221,6 +221,16 @@ TEST_F(SimulatedChip, RefusesAMemoryBehindRegistersItDoesNotHave) {
     EXPECT_THROW(chipWith({memory}), NerioSwitchApi::UnknownRegisterException);
 }
 
+TEST_F(SimulatedChip, TheTextOfAMemorySaysHowItsRowsAreSelected) {
+    auto memory = aclMemory();
+    auto const plain = memory.text();
+    memory.oneHotRow = true;
+    auto const byBits = memory.text();
+    memory.takesIdleWords = true;
+    EXPECT_NE(byBits, plain);
+    EXPECT_NE(memory.text(), byBits);
+}
+
 using SimulatedChipDeathTest = SimulatedChip;
 
 TEST_F(SimulatedChipDeathTest, HandlesOfNoRegisterAreAProgrammingError) {
@@ -231,7 +241,11 @@ TEST_F(SimulatedChipDeathTest, HandlesOfNoRegisterAreAProgrammingError) {
 TEST_F(SimulatedChipDeathTest, AMemoryLongerThanItsRowFieldIsAProgrammingError) {
     auto memory = aclMemory();
     memory.rowsPerWay = 2049;
-    EXPECT_DEATH(chipWith({memory}), "reaches\\(description_.row, description_.rowsPerWay\\)");
+    EXPECT_DEATH(chipWith({memory}), "reachesRows\\(description_\\)");
+    memory.rowsPerWay = memory.row.width + 1u;
+    EXPECT_NO_THROW(chipWith({memory}));
+    memory.oneHotRow = true;
+    EXPECT_DEATH(chipWith({memory}), "reachesRows\\(description_\\)");
 }
 
 TEST_F(SimulatedChipDeathTest, RowsEndWithTheMemory) {
