@@ -15,6 +15,7 @@
 #include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
 #include "RandomAcl.h"
+#include "RateFamilyCases.h"
 
 namespace NerioTest {
 
@@ -248,6 +249,8 @@ std::vector<FamilyCase> allCases() {
         cases.push_back(std::move(natCase));
     for (auto&& multicastCase : multicastFamilyCases())
         cases.push_back(std::move(multicastCase));
+    for (auto&& rateCase : rateFamilyCases())
+        cases.push_back(std::move(rateCase));
     return cases;
 }
 
