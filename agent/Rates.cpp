@@ -160,9 +160,9 @@ CoppEntry entryOf(CoppEntries const& entries, CoppEntryKey key) {
 }  // namespace
 
 Belmo::String Rate::text() const {
-    auto const prefix = std::find_if(unitPrefixes.begin(), unitPrefixes.end(), [&](UnitPrefix const& each) {
-        return perSecond_ >= each.factor && perSecond_ % each.factor == 0;
-    });
+    auto const* const prefix = std::find_if(
+        unitPrefixes.begin(), unitPrefixes.end(),
+        [&](UnitPrefix const& each) { return perSecond_ >= each.factor && perSecond_ % each.factor == 0; });
     // Of nothing, no number is the largest.
     auto const& used = prefix == unitPrefixes.end() ? unitPrefixes.back() : *prefix;
     return fmt::format("{} {}{}", perSecond_ / used.factor, used.name,
@@ -172,8 +172,8 @@ Belmo::String Rate::text() const {
 Rate Rate::fromText(Sorn::CharRange& range) {
     U64 const number = range.takeNumber();
     range.take(" ");
-    auto const prefix = std::find_if(unitPrefixes.begin(), unitPrefixes.end() - 1,
-                                     [&](UnitPrefix const& each) { return range.take(each.name); });
+    auto const* const prefix = std::find_if(unitPrefixes.begin(), unitPrefixes.end() - 1,
+                                            [&](UnitPrefix const& each) { return range.take(each.name); });
     if (number > std::numeric_limits<U64>::max() / prefix->factor)
         throw Belmo::RangeException(fmt::format("{} {}: a rate that is too high", number, prefix->name));
     bool const inPackets = range.take("pps");

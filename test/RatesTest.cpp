@@ -1,7 +1,10 @@
 // Rates in words, as entries, and as the chip lets them through.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "NerioSwitchApi/TableFramework.h"
 
@@ -186,7 +189,7 @@ std::optional<Rate> rateOf(Chip::RateLimit const& limit) {
 /** A chip of the default preset or another, with both tables of limiters. */
 class LimiterSwitch {
 public:
-    explicit LimiterSwitch(Belmo::Ptr<NerioSwitch::ProfileInfo> const& profile) : profile_(profile) {
+    explicit LimiterSwitch(Belmo::Ptr<NerioSwitch::ProfileInfo> profile) : profile_(std::move(profile)) {
         start(StartMode::cold);
     }
 
