@@ -76,6 +76,14 @@ TEST_F(CoppTest, AHardwareTableForEachPipelineAndOneBehindTheCpu) {
     }
 }
 
+TEST_F(CoppTest, WhatIsSentToTheCpuIsPolicedWithoutACpuPipelineAsWell) {
+    profile().hasCpuPipeline = false;
+    start();
+    table().entryIs(3, limit(1000));
+    EXPECT_EQ(chipRegister("cpu_tx_pipeline[0]/rate_limiter/link_local_limit"), 1000u);
+    EXPECT_THAT(wordsOf(3), ElementsAre(660, 660, 1000));
+}
+
 TEST_F(CoppTest, RegisterBlocksFollowTheirNamesAndTheNumberOfTables) {
     for (bool const noMux : {false, true}) {
         for (U16 const tables : {U16{1}, U16{2}, U16{4}}) {

@@ -175,9 +175,6 @@ class StormControlTest : public NerioTest::TableFixture<StormControlTable> {
 protected:
     StormControlTest() : TableFixture([] { return stormControlTableFactory(); }) {}
 
-    void rowIs(U32 port, StormControlClass trafficClass, U32 value) {
-        shadow(port).store(static_cast<U32>(trafficClass), std::span(&value, 1));
-    }
     std::vector<U32> wordsOf(U32 port, StormControlClass trafficClass) {
         return shadowWords(static_cast<U32>(trafficClass), port);
     }
@@ -282,14 +279,12 @@ TEST_F(StormControlTest, EntriesSurviveAWarmRestartThatWritesThemAnew) {
     table().entryIs(key(5, interval), ticks(31250));
     table().entryIs(key(5, broadcast), limit(1));
     table().entryIs(key(51, multicast), limit(3, 7).enabledIs(false));
-    auto const highBits = 0x700003u & ((0x700003u << 18) - 1);
     holdsAcrossRestart(
         [&] {
             EXPECT_THAT(table().entries(), SizeIs(3));
             EXPECT_EQ(table().entry(key(5, interval)), ticks(31250));
             EXPECT_EQ(table().entry(key(5, broadcast)), limit(1));
-            auto const last = table().entry(key(51, multicast));
-            EXPECT_TRUE(last == limit(3, 7).enabledIs(false) || last.increment() == highBits);
+            EXPECT_EQ(table().entry(key(51, multicast)), limit(3, 7).enabledIs(false));
             EXPECT_EQ(chipRegister("pipeline[1]/port[25]/multicast_limit"), 0x700003u);
             EXPECT_THAT(table().hwInconsistentEntries(), IsEmpty());
         },
@@ -330,13 +325,13 @@ TEST_F(StormControlTest, ARowMissingFromTheShadowIsTracedAndGetsTheDefault) {
     EXPECT_GE(shadow(9).corruptionsDetected(), 1u);
 }
 
-TEST_F(StormControlTest, AWarmStartKeepsARowThatNobodyWantsAndAColdOneDoesNot) {
+TEST_F(StormControlTest, AWarmStartKeepsRowsThatNobodyWantsAndAColdOneWritesThemAnew) {
     start();
-    rowIs(8, broadcast, 0x3FFFF);
-    restart(StartMode::warm);
     takeWrites();
+    restart(StartMode::warm);
+    EXPECT_EQ(takeWriteCount(), 0u);
     restart(StartMode::cold);
-    EXPECT_THAT(takeWrites(), SizeIs(208));
+    EXPECT_EQ(takeWriteCount(), 208u);
 }
 
 TEST_F(StormControlTest, APortWithoutAPlaceCountsAsPortZeroOfPipeZero) {
