@@ -41,14 +41,11 @@ std::vector<Family> allFamilies() {
         familyOf<HashJsonTable>("lpm29", NerioSwitchTable::lpm29TableFactory),
         familyOf<HashJsonTable>("lpm32", NerioSwitchTable::lpm32TableFactory),
     };
-    for (auto&& family : lagFamilies())
-        all.push_back(std::move(family));
-    for (auto&& family : natFamilies())
-        all.push_back(std::move(family));
-    for (auto&& family : multicastFamilies())
-        all.push_back(std::move(family));
-    for (auto&& family : aclPlainFamilies())
-        all.push_back(std::move(family));
+    for (auto const& ofSubject :
+         {layer2Families, lagFamilies, natFamilies, multicastFamilies, aclPlainFamilies, rateFamilies}) {
+        for (auto&& family : ofSubject())
+            all.push_back(std::move(family));
+    }
     return all;
 }
 

@@ -29,10 +29,20 @@ Family familyOf(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::Strin
             }};
 }
 
+/** The same of a factory that gives its table a name of its own. */
+template <template <class> class Shape, class Table>
+Family familyOf(std::string_view name, Belmo::Ptr<Table> (*factory)()) {
+    return {name, {}, [=](Belmo::String const&, FamilyNumbers const&) -> std::unique_ptr<JsonTable> {
+                return std::make_unique<Shape<Table>>(factory());
+            }};
+}
+
 /** Families of one subject, in a source of their own since each takes long to compile. */
+std::vector<Family> layer2Families();
 std::vector<Family> lagFamilies();
 std::vector<Family> natFamilies();
 std::vector<Family> multicastFamilies();
 std::vector<Family> aclPlainFamilies();
+std::vector<Family> rateFamilies();
 
 }  // namespace Agent

@@ -147,12 +147,13 @@ Json Script::table(Json const& json) {
     auto const spec = Agent::tableSpecFromJson(json, line, {"op"});
     auto* table = switch_.tableIs(spec);
     if (table == nullptr) refuse(fmt::format("name: there is a table {} already", Agent::shown(spec.name)));
-    subscriptions_.push_back(observe(*table));
+    subscriptions_.push_back(observe(spec, *table));
     return Json::object();
 }
 
-Belmo::Subscription Script::observe(JsonTable& table) {
-    return table.observe([this, name = table.table()->name()](std::string_view attribute, Json key) {
+/** A table goes by the name in its line, which may not be the one it has. */
+Belmo::Subscription Script::observe(Agent::TableSpec const& spec, JsonTable& table) {
+    return table.observe([this, name = spec.name](std::string_view attribute, Json key) {
         changes_.push_back({name, attribute, std::move(key)});
     });
 }
@@ -166,7 +167,9 @@ Json Script::start(Json const& json) {
 
 Json Script::restart(Json const& json) {
     std::vector<Belmo::Subscription> subscriptions;
-    switch_.restart(modeOf(json), [&](JsonTable& table) { subscriptions.push_back(observe(table)); });
+    switch_.restart(modeOf(json), [&](Agent::TableSpec const& spec, JsonTable& table) {
+        subscriptions.push_back(observe(spec, table));
+    });
     subscriptions_ = std::move(subscriptions);
     return Json::object();
 }

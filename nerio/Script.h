@@ -51,7 +51,7 @@ private:
     Agent::JsonTable& tableOf(Json const& line) const;
     NerioSwitchApi::SwTableProfileConvertor& convertorOf(Json const& line) const;
     NerioSwitchApi::HwTableConfig& hwTableOf(Json const& line) const;
-    Belmo::Subscription observe(Agent::JsonTable& table);
+    Belmo::Subscription observe(Agent::TableSpec const& spec, Agent::JsonTable& table);
 
     /** An entry as it was: whether there was one, and its result. */
     struct EntryBefore {

@@ -90,7 +90,7 @@ void Switch::attach(Belmo::Ptr<NerioSwitchApi::SwTable> const& table, StartMode 
     framework_->tableIs(table, mode);
 }
 
-void Switch::start(StartMode mode, Started const& started) {
+void Switch::start(StartMode mode, Visitor const& started) {
     open();
     for (auto const& [spec, table] : tables_) {
         if (table->table()->initialized()) continue;
@@ -110,13 +110,13 @@ void Switch::rehearseStart() const {
     copy.start(StartMode::cold);
 }
 
-void Switch::restart(StartMode mode, std::function<void(Agent::JsonTable&)> const& made) {
+void Switch::restart(StartMode mode, Visitor const& made) {
     open();
     Members tables;
     auto framework = newFramework();
     for (auto const& old : tables_) {
         auto& table = tables.emplace_back(Member{old.spec, Agent::makeTable(old.spec)}).table;
-        made(*table);
+        made(old.spec, *table);
         framework->tableIs(table->table(), mode);
     }
     tables_ = std::move(tables);

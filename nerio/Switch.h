@@ -22,8 +22,8 @@ namespace Nerio {
 class Switch {
 public:
     using Directory = std::optional<std::filesystem::path>;
-    /** Told of each table that has been brought up. */
-    using Started = std::function<void(Agent::TableSpec const&, Agent::JsonTable&)>;
+    /** Told of each table that has been made, or brought up. */
+    using Visitor = std::function<void(Agent::TableSpec const&, Agent::JsonTable&)>;
 
     explicit Switch(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Directory directory = {});
     ~Switch();
@@ -40,7 +40,7 @@ public:
     std::size_t tableCount() const { return tables_.size(); }
 
     /** Attaches and brings up, in order of creation, every table that is not yet up. */
-    void start(NerioSwitchApi::StartMode mode, Started const& started = {});
+    void start(NerioSwitchApi::StartMode mode, Visitor const& started = {});
     /** Brings up a table of whoever calls, who keeps it for as long as this switch is there. */
     void attach(Belmo::Ptr<NerioSwitchApi::SwTable> const& table, NerioSwitchApi::StartMode mode);
     /** The chip, which is made by now or here. */
@@ -53,7 +53,7 @@ public:
      * The process's end and return: every table is made anew, told to `made`, and brought up; then the old
      * ones go. Where a table does not come up, the old ones stay.
      */
-    void restart(NerioSwitchApi::StartMode mode, std::function<void(Agent::JsonTable&)> const& made);
+    void restart(NerioSwitchApi::StartMode mode, Visitor const& made);
 
     /** Holds software, shadow and chip of a table against each other. */
     Agent::Verification verify(NerioSwitchApi::SwTable const& table) const;

@@ -6,6 +6,7 @@
 
 #include "AclPlainFamilyCases.h"
 #include "LagFamilyCases.h"
+#include "Layer2FamilyCases.h"
 #include "MulticastFamilyCases.h"
 #include "NatFamilyCases.h"
 #include "NerioSwitchTable/NerioTableAclHashes.h"
@@ -17,6 +18,7 @@
 #include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
 #include "RandomAcl.h"
+#include "RateFamilyCases.h"
 
 namespace NerioTest {
 
@@ -259,14 +261,11 @@ std::vector<FamilyCase> allCases() {
     };
     for (auto const physTableIdx : {U8{0}, U8{1}, U8{2}, U8{5}})
         cases.push_back(aclCase(physTableIdx));
-    for (auto&& lagCase : lagFamilyCases())
-        cases.push_back(std::move(lagCase));
-    for (auto&& natCase : natFamilyCases())
-        cases.push_back(std::move(natCase));
-    for (auto&& multicastCase : multicastFamilyCases())
-        cases.push_back(std::move(multicastCase));
-    for (auto&& aclPlainCase : aclPlainFamilyCases())
-        cases.push_back(std::move(aclPlainCase));
+    for (auto const& ofSubject : {layer2FamilyCases, lagFamilyCases, natFamilyCases, multicastFamilyCases,
+                                  aclPlainFamilyCases, rateFamilyCases}) {
+        for (auto&& familyCase : ofSubject())
+            cases.push_back(std::move(familyCase));
+    }
     return cases;
 }
 

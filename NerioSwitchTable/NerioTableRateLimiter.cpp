@@ -1,0 +1,7 @@
+#include "NerioSwitchTable/NerioTableRateLimiter.h"
+
+namespace NerioSwitchTable {
+
+RateLimiterRegisterMapping::~RateLimiterRegisterMapping() = default;
+
+}  // namespace NerioSwitchTable
