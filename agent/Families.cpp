@@ -45,6 +45,8 @@ std::vector<Family> allFamilies() {
         all.push_back(std::move(family));
     for (auto&& family : multicastFamilies())
         all.push_back(std::move(family));
+    for (auto&& family : layer2Families())
+        all.push_back(std::move(family));
     return all;
 }
 

@@ -32,5 +32,6 @@ Family familyOf(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::Strin
 /** Families of one subject, in a source of their own since each takes long to compile. */
 std::vector<Family> natFamilies();
 std::vector<Family> multicastFamilies();
+std::vector<Family> layer2Families();
 
 }  // namespace Agent

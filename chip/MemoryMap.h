@@ -32,6 +32,10 @@ namespace Chip {
  *   "egress/processor[0]/natRewrite"                 in each egress processor: what becomes of sessions,
  *   "egress/processor[0]/lines"                      what it writes into flooded packets, and the VLANs of
  *                                                    groups
+ *   "ingress/vlan[0]/vlans", ".../floodSets"         in each copy of the VLAN tables, the CPU pipeline's
+ *                                                    included: VLANs, and the ports they flood to
+ *   "ingress/processor_l2[0]/macVlans"               in each layer 2 copy: MAC addresses; chips of earlier
+ *                                                    versions have these three in "pipeline[0]/processor/"
  *
  * A hit memory is read by its read strobe, a row at a time, and a read clears what it read: whoever reads
  * takes the hit bits of all tables in that row.

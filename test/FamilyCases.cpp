@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "Layer2FamilyCases.h"
 #include "MulticastFamilyCases.h"
 #include "NatFamilyCases.h"
 #include "NerioSwitchTable/NerioTableAclHashes.h"
@@ -248,6 +249,8 @@ std::vector<FamilyCase> allCases() {
         cases.push_back(std::move(natCase));
     for (auto&& multicastCase : multicastFamilyCases())
         cases.push_back(std::move(multicastCase));
+    for (auto&& layer2Case : layer2FamilyCases())
+        cases.push_back(std::move(layer2Case));
     return cases;
 }
 
