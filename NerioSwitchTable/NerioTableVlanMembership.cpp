@@ -1,6 +1,6 @@
 #include "NerioSwitchTable/NerioTableVlanMembership.h"
 
-#include <iterator>
+#include <algorithm>
 
 #include "NerioSwitch/Parity.h"
 #include "Sorn/Format.h"
@@ -153,30 +153,15 @@ VlanMembershipResult decodeRow(VlanMembershipRow const& row, U32 const* words) {
     return result;
 }
 
-/** The part of a row that all copies of it share. */
-VlanMembershipResult sharedPart(VlanMembershipResult result) {
-    return result.permitMaskIs(0)
-        .aclIdDelAll()
-        .aclEnableDelAll()
-        .aclDefaultPermitDelAll()
-        .natIdDelAll()
-        .natIngressProfileIdDelAll()
-        .natEnableDelAll();
-}
-
-template <class Value>
-PipeMap<Value> joined(PipeMap<Value> map, PipeMap<Value> const& further) {
-    map.insert(further.begin(), further.end());
-    return map;
-}
-
-void addPipes(VlanMembershipResult& result, VlanMembershipResult const& of) {
-    result.aclIdIs(joined(result.aclId(), of.aclId()))
-        .aclEnableIs(joined(result.aclEnable(), of.aclEnable()))
-        .aclDefaultPermitIs(joined(result.aclDefaultPermit(), of.aclDefaultPermit()))
-        .natIdIs(joined(result.natId(), of.natId()))
-        .natIngressProfileIdIs(joined(result.natIngressProfileId(), of.natIngressProfileId()))
-        .natEnableIs(joined(result.natEnable(), of.natEnable()));
+/** What all copies of a row share, as one number; 0 of a row that is not held. */
+U64 sharedPart(VlanMembershipRow const& row, U32 const* words) {
+    U64 shared = 0;
+    if (words == nullptr) return shared;
+    for (auto const* field : {&row.learnToCpu, &row.unknownMulticastToCpu, &row.multicastJoinToCpu,
+                              &row.broadcastToCpu, &row.unknownDaToCpu, &row.multicastJoinToEgress,
+                              &row.vrfBits, &row.unicastRoute, &row.multicastRoute})
+        shared = shared << field->width | field->get(words);
+    return shared;
 }
 
 /** The one convertor of this table, for every profile. */
@@ -288,21 +273,17 @@ bool VlanMembershipConvertorLayer2All::holdsNothing(HwIndex row) const {
  */
 void VlanMembershipConvertorLayer2All::readBackCopies(VlanMembershipKey const& key, CopyRows rows) {
     auto result = firstCopy(rows);
-    auto const shared = sharedPart(result);
+    auto const shared = sharedPart(copies_[0].read, rows[0]);
     U64 mask = result.permitMask();
     bool isConsistent = true;
     for (Copy copy = 1; copy < rows.size(); ++copy) {
-        auto const* words = rows[copy];
-        if (words == nullptr) {
-            isConsistent = false;
-            continue;
-        }
         auto const& layout = copies_[copy].read;
-        auto const further = decodeRow(layout, words);
-        bool const isValid = layout.valid.width == 0 || layout.valid.get(words) != 0;
-        isConsistent &= isValid && sharedPart(further) == shared;
-        mask |= ranges_.chipMask(copy, further.permitMask());
-        addPipes(result, further);
+        auto const* words = rows[copy];
+        bool const isValid = words != nullptr && (layout.valid.width == 0 || layout.valid.get(words) != 0);
+        isConsistent &= isValid && sharedPart(layout, words) == shared;
+        if (words == nullptr) continue;
+        mask |= ranges_.chipMask(copy, layout.permitMask.get(words));
+        decodePipeFields(layout, words, result);
     }
     if (!isConsistent) swTable().hwInconsistentEntryIs(key, true);
     if (!holdsNothing(rowOf(key))) adopt(key, result.permitMaskIs(mask));

@@ -116,13 +116,20 @@ std::optional<VlanHit> Layer2Lookup::vlan(U32 port, U16 vlan) const {
     return hit;
 }
 
+/** Which of the pipes of its copy a port's is. */
+U32 Layer2Lookup::pipeWithin(Copy const& copy, U32 port) const {
+    U32 before = 0;
+    for (U32 pipe = 0; pipe < profile_.portToIngressPipeId(port); ++pipe)
+        before += profile_.pipeToTableId(pipe, Layout::tableLayoutVlan) == copy.number ? 1 : 0;
+    return before;
+}
+
 /** A row has the ACL of one pipe, or of two, each field of both one behind the other. */
 void Layer2Lookup::readPipeFields(BitRow const& row, Copy const& copy, U32 port, U32 first,
                                   VlanHit& hit) const {
     U32 const version = profile_.vlanRegVer;
     U32 const pipes = oneAclPerRow(profile_) ? 1 : 2;
     U32 const enableWidth = version > 5 ? 2 : 4;
-    U32 const pipe = profile_.portToIngressPipeId(port);
     std::array<VlanAcl, 2> acl;
     RowReader reader(row, first);
     for (U32 i = 0; i < pipes; ++i)
@@ -131,7 +138,7 @@ void Layer2Lookup::readPipeFields(BitRow const& row, Copy const& copy, U32 port,
         acl[i].enable = static_cast<U8>(reader.take(enableWidth));
     for (U32 i = 0; i < pipes; ++i)
         acl[i].defaultPermit = reader.flag();
-    hit.acl = acl[pipes == 1 || pipe == 2 * copy.number ? 0 : 1];
+    hit.acl = acl[pipes == 1 ? 0 : pipeWithin(copy, port) & 1];
     auto const nat = static_cast<U8>(reader.take(version > 6 ? 6 : 3));
     if (reader.flag()) hit.nat = nat;
 }

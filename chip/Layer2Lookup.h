@@ -110,6 +110,7 @@ private:
     Copy copyOf(U32 port, NerioSwitch::TableLayoutEnum layout) const;
     IndirectMemory const& memory(Copy const& copy, bool ownBlock, char const* block, char const* name) const;
     void readPipeFields(BitRow const& row, Copy const& copy, U32 port, U32 first, VlanHit& hit) const;
+    U32 pipeWithin(Copy const& copy, U32 port) const;
     U32 portRegister(Belmo::String const& path) const;
 
     SimulatedChip& chip_;
