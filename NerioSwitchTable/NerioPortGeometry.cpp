@@ -13,6 +13,9 @@ using NerioSwitch::TableLayoutEnum;
 
 namespace {
 
+/** Ports above have no place in a chip-wide mask. */
+constexpr U32 maskBits = 64;
+
 PortRange portRangeOfTable(ProfileInfo const* profileInfo, TableLayoutEnum layout, U32 tableId) {
     BELMO_ASSERT(profileInfo->ingressPipeRangeInfos());
     PortRange hull{profileInfo->numPorts - 1u, 0};
@@ -71,7 +74,13 @@ U8 TablePortRanges::numPortsOfTable(U32 tableId) const {
 U64 TablePortRanges::maskOfTable(U32 tableId, U64 chipMask) const {
     U8 const ppp = numPortsOfTable(tableId);
     BELMO_ASSERT(ppp <= 48);
-    return (chipMask >> minOfTable(tableId)) & ((U64{1} << ppp) - 1);
+    U32 const first = minOfTable(tableId);
+    return first >= maskBits ? 0 : (chipMask >> first) & ((U64{1} << ppp) - 1);
+}
+
+U64 TablePortRanges::chipMask(U32 tableId, U64 maskOfTable) const {
+    U32 const first = minOfTable(tableId);
+    return first >= maskBits ? 0 : maskOfTable << first;
 }
 
 }  // namespace NerioSwitchTable

@@ -55,7 +55,7 @@ public:
     /** A copy's field of a chip-wide mask: its ports, at most 48, its lowest port at bit 0. */
     U64 maskOfTable(U32 tableId, U64 chipMask) const;
     /** The chip-wide mask that a copy's field stands for. */
-    U64 chipMask(U32 tableId, U64 maskOfTable) const { return maskOfTable << minOfTable(tableId); }
+    U64 chipMask(U32 tableId, U64 maskOfTable) const;
 
 private:
     U32 minOfTable(U32 tableId) const;

@@ -31,4 +31,10 @@ Belmo::String l2RegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy) {
                                   : Sorn::_fmt("pipeline[%u]/processor/", copy);
 }
 
+Belmo::String macVlanRegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy) {
+    if (copy < profile.numTables(NerioSwitch::TableLayoutEnum::tableLayoutL2))
+        return l2RegPrefix(profile, copy);
+    return profile.noMuxInRegName ? "cpu_pipeline[0]/processor_l2/" : "cpu_pipeline[0]/processor/";
+}
+
 }  // namespace NerioSwitchTable

@@ -17,4 +17,7 @@ NERIO_SWITCH_TABLE_EXPORT Belmo::String floodSetRegPrefix(NerioSwitch::ProfileIn
 /** Prefix of copy `copy` of the layer-2 family on the ingress side. */
 NERIO_SWITCH_TABLE_EXPORT Belmo::String l2RegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy);
 
+/** The same of the MAC/VLAN table, whose copy behind the last table is the CPU pipeline's. */
+NERIO_SWITCH_TABLE_EXPORT Belmo::String macVlanRegPrefix(NerioSwitch::ProfileInfo const& profile, U32 copy);
+
 }  // namespace NerioSwitchTable

@@ -28,8 +28,9 @@ public:
     void handleInitialized() override { hwStaticWordIs(FloodSetRow::controlWord, 0xFFFFFFFF); }
 
     void doCreateHwTables(NerioSwitchApi::TableState state) override {
-        layout_ = FloodSetRow::of(profile()->numPorts, profile()->floodSetParity);
-        for (Copy copy = 0; copy < numVlanTableCopies(*profile()); ++copy) {
+        U32 const copies = numVlanTableCopies(*profile());
+        if (copies > 0) layout_ = FloodSetRow::of(profile()->numPorts, profile()->floodSetParity);
+        for (Copy copy = 0; copy < copies; ++copy) {
             auto const registers = NerioSwitchApi::addressesOf(
                 floodSetRegPrefix(*profile(), copy),
                 {"floodset_data0", "floodset_data1", "floodset_data2", "floodset_data3", "floodset_ctl"});

@@ -14,7 +14,9 @@ namespace {
 using NerioSwitch::ProfileInfo;
 constexpr auto acl = NerioSwitch::TableLayoutEnum::tableLayoutAcl;
 constexpr auto egress = NerioSwitch::TableLayoutEnum::tableLayoutEgress;
+constexpr auto l2 = NerioSwitch::TableLayoutEnum::tableLayoutL2;
 constexpr auto l3 = NerioSwitch::TableLayoutEnum::tableLayoutL3;
+constexpr auto vlans = NerioSwitch::TableLayoutEnum::tableLayoutVlan;
 
 /** How the words of a control register are read. */
 struct ControlWord {
@@ -25,7 +27,11 @@ struct ControlWord {
     ControlField select{};
 };
 
-constexpr ControlWord hashTestWord{.row = {0, 12}, .way = {14, 1}, .writeStrobe = {15, 1}};
+/** Its registers are those of MAC addresses as well, on chips that keep these in their pipelines. */
+constexpr ControlWord hashTestWord{.row = {0, 12}, .way = {14, 1}, .writeStrobe = {15, 1}, .select = {16, 1}};
+constexpr ControlWord macVlanWord{.row = {0, 14}, .writeStrobe = {15, 1}, .select = {16, 1}};
+/** Rows by VLAN number. */
+constexpr ControlWord vlanWord{.row = {0, 12}, .writeStrobe = {15, 1}, .readStrobe = {14, 1}};
 constexpr ControlWord hitWord{.row = {0, 12}, .readStrobe = {16, 1}, .select = {18, 4}};
 /** Selected by the physical table and, above it, the low bit of the pipeline. */
 constexpr ControlWord aclWord{
@@ -102,6 +108,46 @@ void addPipeline(U32 pipeline, std::vector<MemoryDescription>& memories) {
     auto const prefix = fmt::format("pipeline[{}]/processor/", pipeline);
     memories.push_back(withHits(hashMemory(prefix, "hashTest", hashTestWord, {2, 8, 2}), prefix, 0));
     memories.push_back(hitMemory(prefix, 4));
+}
+
+/** Where a layer 2 memory has its copies: in blocks of its own or in pipelines, and in the CPU's pipeline. */
+struct CopyPlaces {
+    bool ownBlocks;
+    char const* block;
+};
+
+/** Prefixes of the copies of a family, the CPU pipeline's last. */
+std::vector<Belmo::String> copyPrefixes(ProfileInfo const& profile, NerioSwitch::TableLayoutEnum layout,
+                                        CopyPlaces const& places) {
+    std::vector<Belmo::String> prefixes;
+    U32 const copies = tableCount(profile, layout);
+    U32 const inPipelines = std::min(copies, pipelineCount(profile));
+    for (U32 copy = 0; copy < (places.ownBlocks ? copies : inPipelines); ++copy) {
+        prefixes.push_back(places.ownBlocks ? fmt::format("ingress/{}[{}]/", places.block, copy)
+                                            : fmt::format("pipeline[{}]/processor/", copy));
+    }
+    if (profile.hasCpuPipeline) {
+        auto const* const block = places.ownBlocks ? places.block : "processor";
+        prefixes.push_back(fmt::format("cpu_pipeline[0]/{}/", block));
+    }
+    return prefixes;
+}
+
+void addLayer2(ProfileInfo const& profile, std::vector<MemoryDescription>& memories) {
+    constexpr U32 vlanRows = 4096;
+    bool const ownVlanBlock = profile.vlanRegVer > 2;
+    for (auto const& prefix : copyPrefixes(profile, vlans, {ownVlanBlock, "vlan"})) {
+        Shape const shape{ownVlanBlock ? 3u : 2u, vlanRows, 1};
+        memories.push_back(hashMemory(prefix, "vlans", vlanWord, shape, "vlan"));
+    }
+    bool const ownFloodBlock = profile.hwApi.majorVersion() >= 5;
+    for (auto const& prefix : copyPrefixes(profile, vlans, {ownFloodBlock, "vlan"}))
+        memories.push_back(hashMemory(prefix, "floodSets", vlanWord, {4, vlanRows, 1}, "floodset"));
+    U32 const macRows =
+        std::min(profile.macVlanRows[0] * profile.macVlanRows[1], 1u << macVlanWord.row.width);
+    if (macRows == 0) return;
+    for (auto const& prefix : copyPrefixes(profile, l2, {profile.noMuxInRegName, "processor_l2"}))
+        memories.push_back(hashMemory(prefix, "macVlans", macVlanWord, {4, macRows, 1, 1}));
 }
 
 /** A way has as many rows as the layout says, taken down to a power of two that a control word can name. */
@@ -252,6 +298,7 @@ std::vector<MemoryDescription> chipMemories(ProfileInfo const& profile) {
     for (U32 processor = 0; processor < processorCount(profile, egress); ++processor)
         addEgressProcessor(profile, processor, memories);
     addLagMemories(profile, memories);
+    addLayer2(profile, memories);
     return memories;
 }
 

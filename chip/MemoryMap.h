@@ -35,12 +35,16 @@ namespace Chip {
  *   "egress/processor[0]/natRewrite"                 in each egress processor: what becomes of sessions,
  *   "egress/processor[0]/lines"                      what it writes into flooded packets, and the VLANs of
  *                                                    groups
- *   "ingress/processor_l2[0]/lagGroups"              in each layer 2 table, under the prefix of its
- * generation, "ingress/processor_l2[0]/lagPorts"               and for its first 31 ports: the LAG of a port,
- * and the ports of its LAG "cpu_pipeline[0]/lag_cpu[0]/lagPorts"            and for packets of the CPU the
- * ports of each LAG "pipeline[0]/lag_lut[0]/lagBuckets"              in each pipeline, for four ports each
- * or, in later "pipeline[0]/lagBuckets"                         generations, for all: the hash buckets of a
- * LAG port; those for packets of the CPU are in "cpu_pipeline[0]/"
+ *   "ingress/vlan[0]/vlans", ".../floodSets"         in each copy of the VLAN tables, the CPU pipeline's
+ *                                                    included: VLANs, and the ports they flood to
+ *   "ingress/processor_l2[0]/macVlans"               in each layer 2 copy: MAC addresses; chips of earlier
+ *                                                    versions have these three in "pipeline[0]/processor/"
+ *   "ingress/processor_l2[0]/lagGroups",             in each layer 2 table, for its first 31 ports: the LAG
+ *   ".../lagPorts"                                   of a port, and the ports of its LAG
+ *   "cpu_pipeline[0]/lag_cpu[0]/lagPorts"            for packets of the CPU: the ports of each LAG
+ *   "pipeline[0]/lag_lut[0]/lagBuckets"              in each pipeline, for four ports each or, in later
+ *                                                    generations, for all in "pipeline[0]/": the hash
+ *                                                    buckets of a LAG port; the CPU's in "cpu_pipeline[0]/"
  *
  * A hit memory is read by its read strobe, a row at a time, and a read clears what it read: whoever reads
  * takes the hit bits of all tables in that row.

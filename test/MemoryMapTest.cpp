@@ -81,6 +81,13 @@ TEST_F(MemoryMap, AChipHasTheMemoriesOfItsProfile) {
         for (U32 group = 0; group < 13; ++group)
             expected.insert(fmt::format("{}lag_lut[{}]/lagBuckets", pipeline, group));
     }
+    for (auto const* block : {"ingress/vlan[0]", "ingress/vlan[1]", "cpu_pipeline[0]/vlan"}) {
+        expected.insert(fmt::format("{}/vlans", block));
+        expected.insert(fmt::format("{}/floodSets", block));
+    }
+    for (auto const* block :
+         {"ingress/processor_l2[0]", "ingress/processor_l2[1]", "cpu_pipeline[0]/processor_l2"})
+        expected.insert(fmt::format("{}/macVlans", block));
     EXPECT_EQ(names(), expected);
     make();
     for (auto const& name : expected)
@@ -97,6 +104,34 @@ TEST_F(MemoryMap, AHashTestRowIsStoredByBitFifteenInTheWayOfBitFourteen) {
     EXPECT_THROW(store("pipeline[1]/processor/", 2, 0x8008), BusException);
     store("pipeline[1]/processor/", 2, 0x4004);
     EXPECT_EQ(rowsInUse(), 2u) << "without a strobe nothing is stored";
+}
+
+TEST_F(MemoryMap, OlderChipsHaveTheirLayer2RowsInPipelines) {
+    profile->vlanRegVer = 2;
+    profile->hwApi = {4, 1};
+    profile->noMuxInRegName = false;
+    make();
+    for (auto const* block :
+         {"pipeline[0]/processor", "pipeline[1]/processor", "cpu_pipeline[0]/processor"}) {
+        EXPECT_EQ(row(fmt::format("{}/vlans", block), 4095).size(), 2u);
+        EXPECT_EQ(row(fmt::format("{}/floodSets", block), 4095).size(), 4u);
+        EXPECT_EQ(row(fmt::format("{}/macVlans", block), 1023).size(), 4u);
+    }
+    store("pipeline[1]/processor/", 4, 0x18005);
+    EXPECT_THAT(row("pipeline[1]/processor/macVlans", 5), ElementsAre(1, 2, 3, 4));
+    EXPECT_EQ(rowsInUse(), 1u) << "bit 16 tells addresses from the hash test behind the same registers";
+    store("pipeline[1]/processor/", 2, 0x8005);
+    EXPECT_THAT(row("pipeline[1]/processor/hashTest", 5), ElementsAre(1, 2));
+    EXPECT_EQ(rowsInUse(), 2u);
+    EXPECT_THROW(store("pipeline[1]/processor/", 4, 0x18400), BusException);
+}
+
+TEST_F(MemoryMap, AChipWithoutACpuPipelineOrRowsOfAddressesHasNoMemoryForThem) {
+    profile->hasCpuPipeline = false;
+    profile->macVlanRows = {0, 16};
+    EXPECT_THAT(names(), Contains("ingress/vlan[1]/vlans"));
+    for (auto const& name : names())
+        EXPECT_TRUE(name.find("macVlans") == name.npos && name.find("cpu_") == name.npos) << name;
 }
 
 TEST_F(MemoryMap, RowsOfPairsHave13BitsInThreeWaysAndAFifthWordFromVersion6On) {
