@@ -142,6 +142,7 @@ std::optional<LpmHit> LpmLookup::find(U8 vrf, U32 address) const {
     return findDirect(vrf, address);
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): a packet leaves its hit bit behind
 std::optional<LpmHit> LpmLookup::packetIs(U8 vrf, U32 address) {
     auto const hit = find(vrf, address);
     if (!hit) return hit;

@@ -377,11 +377,11 @@ protected:
         framework->tableIs(pairs, cold);
         framework->tableIs(vlans, cold);
     }
-    static VlanGroupResult vlansOf(U32 first, U32 count) {
+    static VlanGroupResult vlansOf(U32 first, U8 count) {
         VlanGroupResult result;
         for (U8 i = 0; i < count; ++i)
             result.groupIs(i, first + i);
-        return result.numVlansIs(static_cast<U8>(count));
+        return result.numVlansIs(count);
     }
 
     Belmo::Ptr<NerioSwitch::ProfileInfo> profile = NerioSwitch::profilePreset("default");

@@ -79,7 +79,7 @@ protected:
     /** The lines of a stage in a text. */
     static std::string stageText(std::string const& text, std::string const& stage) {
         auto const begin = text.find(fmt::format("\n{:<16} ", stage));
-        if (begin == text.npos) return {};
+        if (begin == std::string::npos) return {};
         auto end = text.find('\n', begin + 1);
         while (text.compare(end, 5, "\n    ") == 0)
             end = text.find('\n', end + 1);

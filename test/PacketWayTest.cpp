@@ -10,7 +10,6 @@ using namespace NerioSwitchTable;
 using Chip::ArrivingPacket;
 using Chip::IpProtocol;
 using Chip::PacketFate;
-using Chip::PacketWay;
 using NerioSwitch::IngressPortMask;
 using NerioTest::bytesOf;
 using NerioTest::checksumsAreRight;
@@ -242,7 +241,7 @@ TEST_F(PacketWayTest, APacketThatNoRouteCoversIsDropped) {
     routeIs(1, 0x0A000000, 8, 5);
     ArrivingPacket const packet{.bytes = bytesOf(IpProtocol::icmp, inside, inside)};
     std::string lookups;
-    for (U32 const stage : {32, 29, 26, 23, 20, 17, 14, 11})
+    for (U32 const stage : {32u, 29u, 26u, 23u, 20u, 17u, 14u, 11u})
         lookups +=
             fmt::format("    ingress/processor_l3[0]/lpm{}: VRF 0, destination 10.0.0.5 -> no row\n", stage);
     auto const text = textOf(packet);
