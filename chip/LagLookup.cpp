@@ -17,6 +17,8 @@ namespace {
 
 constexpr auto l2 = NerioSwitch::TableLayoutEnum::tableLayoutL2;
 constexpr U32 noGroup = 63;
+/** Ports that a mask has room for. */
+constexpr U32 maskPorts = 64;
 
 /** What a port's hash control word says. */
 constexpr U32 vlanBit = 1u << 0;
@@ -95,6 +97,8 @@ U64 LagLookup::cpuMembers(U32 group) const {
 }
 
 U32 LagLookup::bucket(U32 ingressPort, LagPacket const& packet) const {
+    if (ingressPort >= std::min<U32>(profile_.numPorts, maskPorts))
+        throw Belmo::RangeException(fmt::format("LAG look-up: there is no port {}", ingressPort));
     auto const place = profile_.ingressPipeOfPort(ingressPort);
     auto const handle = chip_.registers().address(
         fmt::format("pipeline[{}]/port[{}]/lhash_ctl", place.pipeId, place.pipePort));

@@ -43,7 +43,8 @@ public:
 
     /**
      * A packet's hash bucket, of those fields that the port on which it comes in says, and of its seed. Each
-     * seed spreads packets in its own way, so that switches behind one another do not choose alike.
+     * seed spreads packets in its own way, so that switches behind one another do not choose alike. Throws
+     * `Belmo::RangeException` for a port that the chip does not have.
      */
     U32 bucket(U32 ingressPort, LagPacket const& packet) const;
     /** The buckets whose packets a port takes that come in on another one, bit b for bucket b. */

@@ -311,8 +311,8 @@ TEST_F(LagMembershipTest, EachChangeOfAStartedTableIsTracedAlsoIntoTheRing) {
     table().entryDel(port(4));
     auto const records = Rillog::ring().records();
     Rillog::ring().levelIs(0);
-    auto const isSet = "Set hwTableEntry key: 4 ports:  3  4 12 ";
-    auto const isDeleted = "Set hwTableEntry key: 4 ports: ";
+    auto const* const isSet = "Set hwTableEntry key: 4 ports:  3  4 12 ";
+    auto const* const isDeleted = "Set hwTableEntry key: 4 ports: ";
     EXPECT_THAT(trace.lines(), ElementsAre("doCreateHwTables tableState: 0", isSet, isDeleted));
     ASSERT_THAT(records, SizeIs(2));
     EXPECT_EQ(records[0].text, isSet);

@@ -313,6 +313,7 @@ TEST_F(LagOnChipTest, PacketsOfTheCpuLeaveByThePortOfTheirBucket) {
             EXPECT_EQ(lookup().cpuEgressPorts(9, bucket), U64{1} << ports[bucket % 3]);
         }
         EXPECT_THROW(lookup().cpuEgressPorts(9, 32), Belmo::RangeException);
+        EXPECT_THROW(lookup().egressPorts(52, 1, flow(1)), Belmo::RangeException);
         EXPECT_EQ(lookup().bucketsOf(3, 30), lookup().cpuBucketsOf(30));
         expectAgreement();
     }
