@@ -21,10 +21,10 @@ struct FamilyCase {
     std::function<Agent::Json(Random&, Agent::Json const& key)> randomResult;
     /** What a warm restart makes of an entry; null where it does not come back. */
     std::function<Agent::Json(Agent::Json const& key, Agent::Json const& result)> comesBack;
-    /** Register writes that a warm restart owes, by the entries that came back; none where it is not said. */
-    std::function<U64(std::size_t entries)> owedWrites = {};
+    /** Register writes that a warm restart owes for an entry; none where it is not said. */
+    std::function<U64(Agent::Json const& key, Agent::Json const& result)> restartWrites{};
     /** Keys that an agent sets anew when a write was cut off, and deletes where it wants nothing of them. */
-    std::vector<Agent::Json> setAfterCut = {};
+    std::vector<Agent::Json> setAfterCut{};
 };
 
 inline void PrintTo(FamilyCase const& family, std::ostream* stream) {
