@@ -30,8 +30,6 @@ struct FamilyCase {
      * none comes back. The rows of such a key are others than those of a key that never was.
      */
     Agent::Json deletedComesBack{};
-    /** Register writes that a warm restart owes, by the entries that came back; none where it is not said. */
-    std::function<U64(std::size_t entries)> owedWrites{};
     /** Keys that an agent sets anew when a write was cut off, and deletes where it wants nothing of them. */
     std::vector<Agent::Json> setAfterCut{};
 };

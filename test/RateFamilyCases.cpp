@@ -42,7 +42,9 @@ FamilyCase coppCase() {
                     [](Random& random, auto const&) { return Json(below(random, 15)); },
                     [](Random& random, auto const&) { return Agent::toJson(randomCoppEntry(random)); },
                     coppFromHardware};
-    copp.owedWrites = [](std::size_t entries) { return 3 * entries; };
+    copp.restartWrites = [](Json const& key, Json const& result) {
+        return coppFromHardware(key, result).is_null() ? U64{0} : U64{3};
+    };
     for (U32 key = 0; key <= 14; ++key)
         copp.setAfterCut.emplace_back(key);
     return copp;
@@ -70,7 +72,9 @@ Json stormFromHardware(Json const& key, Json const& result) {
 FamilyCase stormCase() {
     auto storm = familyCase<StormControlTable>("stormControl", randomStormKey);
     storm.comesBack = stormFromHardware;
-    storm.owedWrites = [](std::size_t entries) { return entries; };
+    storm.restartWrites = [](Json const& key, Json const& result) {
+        return stormFromHardware(key, result).is_null() ? U64{0} : U64{1};
+    };
     return storm;
 }
 
