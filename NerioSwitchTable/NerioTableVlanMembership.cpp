@@ -170,7 +170,7 @@ public:
     void doCreateHwTables(NerioSwitchApi::TableState state) override;
 
     void hwTableEntryIs(VlanMembershipKey const& key, VlanMembershipResult const& result) override {
-        ReplicatedConvertor::hwTableEntryIs(key, result);
+        if (mayWrite()) entryIsInCopies(key, result);
     }
 
 protected:

@@ -46,6 +46,8 @@ public:
     /** The removed result, or the default one. */
     virtual Json entryDel(Json const& key, Place const& place) = 0;
     virtual void entryDelAll() = 0;
+    /** Brings hardware in line with the table for one key, whether it has an entry or not. */
+    virtual void handleEntry(Json const& key, Place const& place) = 0;
     /** The stored result, if there is one; the default otherwise. */
     virtual std::pair<bool, Json> entry(Json const& key, Place const& place) const = 0;
     /** Keys and results, in key order. */
@@ -131,6 +133,10 @@ public:
     }
 
     void entryDelAll() override { table_->entryDelAll(); }
+
+    void handleEntry(Json const& key, Place const& place) override {
+        table_->handleEntry(fromJson<Key>(key, place.member("key")));
+    }
 
     std::pair<bool, Json> entry(Json const& key, Place const& place) const override {
         auto const typedKey = fromJson<Key>(key, place.member("key"));

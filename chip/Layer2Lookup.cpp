@@ -96,10 +96,10 @@ std::optional<VlanHit> Layer2Lookup::vlan(U32 port, U16 vlan) const {
     bool const isValid = version > 2 || row.at(bits(0, 1)) != 0;
     if (!isValid || !evenParity(words)) return std::nullopt;
 
-    RowReader reader(row, version > 2 ? 0 : 1);
+    U32 const firstMember = version > 2 ? 0 : 1;
+    RowReader reader(row, firstMember + copy.ports);
     VlanHit hit;
-    U64 const members = reader.take(copy.ports);
-    hit.isMember = (members >> (port - copy.firstPort) & 1) != 0;
+    hit.isMember = row.at(bits(firstMember + port - copy.firstPort, 1)) != 0;
     hit.learnToCpu = reader.flag();
     hit.unknownMulticastToCpu = reader.flag();
     hit.multicastJoinToCpu = reader.flag();

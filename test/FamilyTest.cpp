@@ -94,12 +94,12 @@ U64 restartWrites(FamilyCase const& family, Model const& model) {
 
 /**
  * An agent that comes back: wants nothing but what it wanted. Keys that are marked had copies that disagreed;
- * where none of them became an entry, an entry that is set and deleted brings the copies in line.
+ * where none of them became an entry, the agent has their rows written again.
  */
 void reconcile(Model const& wanted, Agent::JsonTable& table) {
+    bool const isHash = table.placement().has_value();
     for (auto const& key : table.inconsistent()) {
-        auto const [has, result] = table.entry(key, Place());
-        if (!has && !wanted.contains(key.dump())) table.entryIs(key, result, Place());
+        if (!isHash && !wanted.contains(key.dump())) table.handleEntry(key, Place());
     }
     for (auto const& [key, result] : table.entries()) {
         if (!wanted.contains(key.dump())) table.entryDel(key, Place());
