@@ -32,7 +32,7 @@ std::vector<U32> floodRow(U32 vlan, U32 ports, U64 unicast, U64 multicast, bool 
     U32 ones = 0;
     for (U32 const word : data)
         ones += static_cast<U32>(__builtin_popcount(word));
-    fields.push_back({2 * ports, 1, hasParity ? ones & 1 : 0});
+    fields.push_back({std::size_t{2} * ports, 1, hasParity ? ones & 1 : 0});
     fields.push_back({128, 12, vlan});
     fields.push_back({143, 1, 1});
     return packed(5, fields);

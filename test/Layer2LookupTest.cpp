@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <utility>
 
 #include "NerioSwitchApi/TableFramework.h"
 
@@ -26,8 +27,8 @@ Lanvo::EthAddr const someEthAddr({0x00, 0x1C, 0x73, 0xA1, 0xB2, 0xC3});
 
 /** A chip of two pipes with the tables of layer 2, cold. */
 struct Layer2Switch {
-    explicit Layer2Switch(Belmo::Ptr<NerioSwitch::ProfileInfo> const& of)
-        : profile(of),
+    explicit Layer2Switch(Belmo::Ptr<NerioSwitch::ProfileInfo> of)
+        : profile(std::move(of)),
           chip(Chip::simulatedChip(*profile)),
           framework(profile, chip, NerioSwitchApi::memoryShadowStore()),
           lookup(*chip, *profile) {

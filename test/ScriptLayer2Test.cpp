@@ -6,14 +6,14 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::operator""_json_text;
+using NerioTest::operator""_json_text;  // NOLINT(misc-unused-using-decls): it is not seen in use
 
 /** A script with a table of each of the families of layer 2. */
 class ScriptLayer2Test : public testing::Test {
 protected:
     ScriptLayer2Test() {
         for (std::string const family : {"nativeVlan", "vlanMembership", "macVlan", "l2Control", "floodSet"})
-            script.ok(R"({"op":"table","family":")" + family + R"(","name":")" + family + "\"}");
+            script.ok(Json{{"op", "table"}, {"family", family}, {"name", family}}.dump());
         script.ok(R"({"op":"start","mode":"cold"})");
     }
     Json line(std::string const& op, std::string const& table, std::string const& key,
