@@ -19,7 +19,7 @@ constexpr auto programmed = NerioSwitchApi::EntryProgrammedStatus::entryProgramm
 constexpr auto failed = NerioSwitchApi::EntryProgrammedStatus::entryProgrammingFailed;
 
 /** Every rule is looked up after every write, which takes the sanitizers' build long. */
-int const steps = sanitized ? 25 : 200;
+int const steps = sanitized ? 10 : 100;
 
 struct Place {
     AclChip chip;
