@@ -43,7 +43,7 @@ void check(NerioSwitch::ProfileInfo const& profile, ArrivingPacket const& packet
     within("VLAN", packet.vlan, 4096);
     within("VRF", packet.vrf, profile.numVrfs);
     within("ACL", packet.aclId.value_or(0), 16);
-    within("ACL protocol", packet.aclProtocol, 16);
+    within("ACL protocol", packet.aclProtocol.value_or(0), 16);
     within("NAT profile", packet.natProfile, 64);
     within("NAT profile", packet.egressNatProfile, 64);
     within("flood next hop", packet.floodNexthop, 160);

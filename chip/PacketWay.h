@@ -23,8 +23,9 @@ struct ArrivingPacket {
     U8 vrf = 0;
     /** The ACL that it is held against, 0 to 15. Without one the rules of VRFs alone are asked. */
     std::optional<U8> aclId{};
-    /** Its protocol as ACL keys have it, 1 to 15; 0 matches no rule that looks at it. */
-    U8 aclProtocol = 0;
+    /** Its protocol as ACL keys have it, 1 to 15; 0 matches no rule that looks at it. Without one, what the
+     * chip has for its IP protocol. */
+    std::optional<U8> aclProtocol{};
     bool aclKeyFlag = false;
     /** Of the interface that it comes by, and of the one that it leaves by; 0 to 63. */
     U8 natProfile = 0;

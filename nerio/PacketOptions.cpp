@@ -19,13 +19,11 @@ using Chip::IpProtocol;
 struct NamedProtocol {
     std::string_view name;
     U8 number;
-    /** What ACL keys have for it unless told otherwise. */
-    U8 aclProtocol;
 };
 
-constexpr std::array namedProtocols{NamedProtocol{"tcp", IpProtocol::tcp, 1},
-                                    NamedProtocol{"udp", IpProtocol::udp, 2},
-                                    NamedProtocol{"icmp", IpProtocol::icmp, 0}};
+constexpr std::array namedProtocols{NamedProtocol{"tcp", IpProtocol::tcp},
+                                    NamedProtocol{"udp", IpProtocol::udp},
+                                    NamedProtocol{"icmp", IpProtocol::icmp}};
 
 U32 addressOf(char const* option, std::string const& text) {
     try {
@@ -81,14 +79,6 @@ Chip::Ipv4Headers headersOf(PacketOptions const& options) {
     return headers;
 }
 
-U8 aclProtocolOf(PacketOptions const& options, U8 protocol) {
-    if (options.aclProtocol) return within<U8>("--acl-proto", *options.aclProtocol, 0, 15);
-    for (auto const& known : namedProtocols) {
-        if (known.number == protocol) return known.aclProtocol;
-    }
-    return 0;
-}
-
 }  // namespace
 
 void addPacketOptions(CLI::App& command, PacketOptions& options) {
@@ -105,7 +95,7 @@ void addPacketOptions(CLI::App& command, PacketOptions& options) {
     add("--vlan", options.vlan, "The VLAN that it comes in, 1 if left out");
     add("--acl", options.acl, "The ACL it is held against; rules of VRFs alone if left out");
     add("--acl-proto", options.aclProtocol,
-        "Its protocol in ACL rules; 1 for tcp, 2 for udp, 0 for others if left out");
+        "Its protocol in ACL rules; what the switch has for its protocol if left out");
     command.add_flag("--acl-key-flag", options.aclKeyFlag, "Sets the flag of ACL keys of VRFs")
         ->needs(destination);
     add("--nat-profile", options.natProfile, "Of the interface that it comes by, 0 if left out");
@@ -125,7 +115,7 @@ Chip::ArrivingPacket arrivingPacket(PacketOptions const& options, U32 vrf,
     packet.vlan = within<U16>("--vlan", options.vlan, 1, 4094);
     packet.vrf = within<U8>("--vrf", vrf, 0, profile.numVrfs - 1);
     packet.aclId = within<U8>("--acl", options.acl, 0, 15);
-    packet.aclProtocol = aclProtocolOf(options, headers.protocol);
+    packet.aclProtocol = within<U8>("--acl-proto", options.aclProtocol, 0, 15);
     packet.aclKeyFlag = options.aclKeyFlag;
     packet.natProfile = within<U8>("--nat-profile", options.natProfile, 0, 63);
     packet.egressNatProfile =

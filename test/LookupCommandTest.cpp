@@ -28,6 +28,8 @@ constexpr char const* router = R"({"profile":{"preset":"default","hwApi":"10.0"}
     {"family":"natRewrite","name":"rewrites","pipeline":1,"entries":[
       {"key":{"isUnicast":true,"natSessionId":2,"natProfileId":3},
        "result":{"valid":true,"newIp":"192.0.2.1","newPort":80,"checksumCorrection":39100}}]},
+    {"family":"protocolRemap","name":"protocols","pipeline":0,"entries":[
+      {"key":{"protocol":6},"result":{"remappedProtocol":1}}]},
     {"family":"aclHash","name":"rules","physTableIdx":0,"entries":[
       {"key":{"aclId":1,"combination":3,"secondPrefix":"198.51.100.128/25"},
        "result":{"rules":[{"priority":4,"ruleFlag":false,"counter":17}]}},

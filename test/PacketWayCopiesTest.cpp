@@ -25,6 +25,7 @@ using NerioTest::placeText;
 using NerioTest::ruleOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using End = NerioTest::Ipv4Packet::End;
 
 class AclWayTest : public PacketWayTest {
@@ -133,12 +134,57 @@ TEST_F(AclWayTest, RulesOfAVrfAreAskedWithoutAnAcl) {
     EXPECT_THAT(wayOf(packet).stages.at(1).decision, HasSubstr("no rule applies"));
 }
 
-TEST_F(AclWayTest, ARuleOfAPortRangeIsPassedOver) {
-    auto const key = pairKey(clients(), server()).portIs(0).combinationIs(12).rangeIdIs(2);
-    rules(2).entryIs(key, NerioTest::resultOf(ruleOf(1, false, 9, 2)));
+TEST_F(AclWayTest, ARuleOfAPortRangeDecidesWhereTheRangeHoldsThePort) {
+    auto const key = pairKey(clients(), server()).portIs(0).combinationIs(12).rangeIdIs(5);
+    rules(2).entryIs(key, NerioTest::resultOf(ruleOf(1, false, 9, 5)));
     auto const way = wayOf(toServer());
-    EXPECT_EQ(way.stages.at(1).decision, "no rule applies; rules of port ranges are passed over");
-    EXPECT_THAT(textOf(toServer()), HasSubstr(" -> priority 1, action deny, counter 9, port range 2\n"));
+    EXPECT_EQ(way.stages.at(1).decision,
+              "no rule applies; rules whose port range does not hold the port are passed over");
+    auto const ranges = aclPortRangeTableFactory("ranges", 0);
+    nat.framework->tableIs(ranges, cold);
+    ranges->entryIs(AclPortRangeKey::fromAclIdAndRow(3, 1), AclPortRangeResult(1).addRange({5, 80, 81}));
+    EXPECT_EQ(stageText(textOf(toServer()), "ACL"),
+              fmt::format("ACL              denied by a rule of priority 1, counter 9\n"
+                          "    ingress/processor_acl[0]/table2/pipeline0, {}: combination 12, ACL 3, "
+                          "source 10.30.0.0/16, destination 10.20.0.53/32, protocol 1 -> "
+                          "priority 1, action deny, counter 9, port range 5\n"
+                          "    ingress/processor_acl[0]/portRanges/pipeline0, row 7: ACL 3, port range 5, "
+                          "port 80 -> port is within\n",
+                          placeText(rules(2).createHashEntry(key, true)->hwIndex(), 4096)));
+    auto packet = toServer();
+    packet.bytes = bytesOf(IpProtocol::tcp, {ip(10, 30, 0, 9), 80}, {ip(10, 20, 0, 53), 82});
+    EXPECT_EQ(wayOf(packet).stages.at(1).decision,
+              "no rule applies; rules whose port range does not hold the port are passed over");
+    EXPECT_THAT(textOf(packet), HasSubstr(", port range 5, port 82 -> port is outside\n"));
+    packet.bytes = bytesOf(IpProtocol::icmp, {ip(10, 30, 0, 9), 0}, {ip(10, 20, 0, 53), 0});
+    EXPECT_THAT(wayOf(packet).stages.at(1).decision, HasSubstr("no rule applies"))
+        << "a packet without ports is in no range";
+}
+
+TEST_F(AclWayTest, APacketsProtocolIsTheOneOfTheChipUnlessItIsTold) {
+    rules(2).entryIs(pairKey(clients(), server()), NerioTest::resultOf(ruleOf(12, false, 143)));
+    auto packet = toServer();
+    packet.aclProtocol.reset();
+    EXPECT_EQ(stageText(textOf(packet), "ACL"),
+              "ACL              no rule applies\n"
+              "    ingress/processor_acl[0]/protocols/pipeline0, row 6: IP protocol 6 -> protocol 0\n"
+              "    ingress/processor_acl[0]/table0/pipeline0: ACL 3, source 10.30.0.9:4000, "
+              "destination 10.20.0.53:80, protocol 0 -> no row\n"
+              "    ingress/processor_acl[0]/table1/pipeline0: ACL 3, source 10.30.0.9:4000, "
+              "destination 10.20.0.53:80, protocol 0 -> no row\n"
+              "    ingress/processor_acl[0]/table2/pipeline0: ACL 3, source 10.30.0.9:4000, "
+              "destination 10.20.0.53:80, protocol 0 -> no row\n"
+              "    ingress/processor_acl[0]/table5/pipeline0: VRF 0, source 10.30.0.9:4000, "
+              "destination 10.20.0.53:80 -> no row\n")
+        << "nobody gave it a number";
+    auto const protocols = protocolRemapTableFactory("protocols", 0);
+    nat.framework->tableIs(protocols, cold);
+    protocols->entryIs(ProtocolRemapKey(6), ProtocolRemapResult(1));
+    EXPECT_EQ(wayOf(packet).stages.at(1).decision, "denied by a rule of priority 12, counter 143");
+    EXPECT_THAT(textOf(packet), HasSubstr("/protocols/pipeline0, row 6: IP protocol 6 -> protocol 1\n"));
+    packet.aclProtocol = 2;
+    EXPECT_EQ(wayOf(packet).stages.at(1).decision, "no rule applies");
+    EXPECT_THAT(textOf(packet), Not(HasSubstr("/protocols/")));
 }
 
 /** Rules and packets of few addresses, ports and protocols, so that they meet. */
