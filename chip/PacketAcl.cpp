@@ -42,18 +42,18 @@ void addMissed(PacketStage& stage, PacketOnItsWay const& way, AclLookup const& l
     NamedValue const source{"source", endText(way.headers, false)};
     NamedValue const destination{"destination", endText(way.headers, true)};
     for (U8 const combination : firstOfTables) {
-        if (!way.packet.aclId) break;
+        if (!way.aclId) break;
         stage.lookups.push_back(
             missed(lookup.memory(combination, way.pipe),
-                   {named("ACL", *way.packet.aclId), source, destination, named("protocol", protocol)}));
+                   {named("ACL", *way.aclId), source, destination, named("protocol", protocol)}));
     }
     stage.lookups.push_back(
-        missed(lookup.memory(firstOfVrfs, way.pipe), {named("VRF", way.packet.vrf), source, destination}));
+        missed(lookup.memory(firstOfVrfs, way.pipe), {named("VRF", way.vrf), source, destination}));
 }
 
 /** The number of the packet's protocol, unless it came with one or no key has it. */
 void addProtocol(PacketStage& stage, PacketOnItsWay const& way, ProtocolLookup const& protocols, U8 number) {
-    if (!way.packet.aclId || way.packet.aclProtocol) return;
+    if (!way.aclId || way.packet.aclProtocol) return;
     U8 const protocol = way.headers.protocol;
     stage.lookups.push_back(answered(protocols.memory(way.pipe), {0, protocol},
                                      {named("IP protocol", protocol)}, {named("protocol", number)}));
@@ -107,7 +107,7 @@ Belmo::String decisionOf(std::vector<DecidingRule> const& winners, std::vector<A
 bool aclStage(PacketOnItsWay& way, PacketStage& stage) {
     auto const& packet = way.packet;
     AclPacketLookup const lookup(way.chip, way.profile);
-    AclContext const context{packet.aclId, packet.aclProtocol, packet.vrf, packet.aclKeyFlag};
+    AclContext const context{way.aclId, packet.aclProtocol, way.vrf, packet.aclKeyFlag};
     U8 const protocol = lookup.protocolOf(way.headers, context, way.pipe);
     auto const hits = lookup.rulesOf(way.headers, context, way.pipe);
     addProtocol(stage, way, lookup.protocols(), protocol);
@@ -118,9 +118,13 @@ bool aclStage(PacketOnItsWay& way, PacketStage& stage) {
     }
     if (hits.empty()) addMissed(stage, way, lookup.rules(), protocol);
     auto const winners = decidingRules(hits);
-    stage.decision = decisionOf(winners, hits, packet.aclId.has_value());
+    stage.decision = decisionOf(winners, hits, way.aclId.has_value());
     if (std::ranges::any_of(winners, [](DecidingRule const& winner) { return !winner.rule.flag; }))
         way.drop();
+    if (winners.empty() && way.aclDeniesRest) {
+        stage.decision += "; the VLAN's ACL denies all else";
+        way.drop();
+    }
     return true;
 }
 

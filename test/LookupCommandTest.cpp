@@ -91,7 +91,7 @@ TEST_F(LookupCommandTest, AnswersAsJson) {
     EXPECT_EQ(answer["fate"], "forwarded");
     EXPECT_EQ(answer["packet"]["vlan"], 7);
     EXPECT_EQ(answer["packet"]["sport"], 8080);
-    auto const& route = answer["stages"][4];
+    auto const& route = answer["stages"][5];
     EXPECT_EQ(route["stage"], "route");
     EXPECT_EQ(route["decision"], "next hop 9, by L3 LAG 9");
     EXPECT_EQ(route["lookups"][0]["memory"], "ingress/processor_l3[0]/lpm26");
@@ -190,6 +190,9 @@ TEST_F(LookupCommandTest, BadOptionsAreNamed) {
           {{"--dst", "10.1.2.3", "--dport", "65536"}, "--dport: 65536 is above 65535"},
           {{"--dst", "10.1.2.3", "--port", "52"}, "--port: 52 is above 51"},
           {{"--dst", "10.1.2.3", "--egress-port", "52"}, "--egress-port: 52 is above 51"},
+          {{"--dst", "10.1.2.3", "--dst-mac", "0:1:2"}, "--dst-mac: \"0:1:2\" is no MAC address"},
+          {{"--dst", "10.1.2.3", "--dst-mac", "00:1c:73:a1:b2:c3:d4"},
+           "--dst-mac: \"00:1c:73:a1:b2:c3:d4\" is no MAC address"},
           {{"--dst", "10.1.2.3", "--vlan", "0"}, "--vlan: 0 is below 1"},
           {{"--dst", "10.1.2.3", "--vlan", "4095"}, "--vlan: 4095 is above 4094"},
           {{"--dst", "10.1.2.3", "--vrf", "4"}, "--vrf: 4 is above 3"},
