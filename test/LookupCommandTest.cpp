@@ -110,6 +110,29 @@ TEST_F(LookupCommandTest, AnswersAsJson) {
     EXPECT_EQ(copy["packet"]["transportChecksum"], leaves.transport->checksum);
 }
 
+TEST_F(LookupCommandTest, TheVlanOfAPacketTellsWhatTheOptionsLeaveOut) {
+    auto const bridge = stateFile(R"({"profile":{"preset":"default","hwApi":"10.0"},
+      "tables":[
+        {"family":"nativeVlan","name":"tags","entries":[
+          {"key":{"portId":1},"result":{"nativeVlanId":20}}]},
+        {"family":"vlanMembership","name":"vlans","entries":[
+          {"key":{"vid":20},"result":{"permitMask":18,"vrfBits":2}}]},
+        {"family":"macVlan","name":"stations","entries":[
+          {"key":{"value":3},"result":{"macVlan":{"vlanId":20,"ethAddr":"00:1c:73:a1:b2:c3"},
+                                       "ingressPortMask":16}}]}]})");
+    ASSERT_EQ(runCommand({"run", bridge, "--switch", kept}).status, 0);
+    auto const bridged = lookupKept({"--dst", "10.1.2.3", "--port", "1", "--dst-mac", "00:1c:73:a1:b2:c3"});
+    EXPECT_EQ(bridged.status, 0) << bridged.errors;
+    EXPECT_THAT(bridged.output, StartsWith("ICMP 0.0.0.0 to 10.1.2.3, by port 1 in VLAN 20 and VRF 2, "));
+    EXPECT_THAT(bridged.output, HasSubstr("\nMAC address      the address leads to port 4\n"));
+    auto const routed = lookupKept({"--dst", "10.1.2.3", "--port", "1", "--vrf", "1"});
+    EXPECT_EQ(routed.status, 1);
+    EXPECT_THAT(routed.output, HasSubstr("\nroute            no route in VRF 1\n"));
+    auto const tagged = lookupKept({"--dst", "10.1.2.3", "--port", "1", "--vlan", "21"});
+    EXPECT_EQ(tagged.status, 1);
+    EXPECT_THAT(tagged.output, HasSubstr("\ndropped in stage VLAN\n"));
+}
+
 TEST_F(LookupCommandTest, ADroppedPacketIsNoSuccess) {
     auto const denied = lookupKept({"--dst", "198.51.100.129", "--acl", "1"});
     EXPECT_EQ(denied.status, 1);
