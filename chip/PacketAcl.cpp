@@ -93,6 +93,7 @@ Belmo::String textOf(DecidingRule const& winner) {
 Belmo::String decisionOf(std::vector<DecidingRule> const& winners, std::vector<AclPacketHit> const& hits,
                          bool hasAcl) {
     std::vector<Belmo::String> parts;
+    parts.reserve(winners.size() + 3);
     for (auto const& winner : winners)
         parts.push_back(textOf(winner));
     if (parts.empty()) parts.emplace_back("no rule applies");

@@ -141,19 +141,19 @@ bool lagMemberStage(PacketOnItsWay& way, PacketStage& stage) {
     bool const choice = firstOf(meant) != meant;
     // That stays so where the chip has no LAGs.
     if (choice) way.copiesAre(firstOf(meant));
-    U32 const port = way.packet.port;
+    U32 const ingressPort = way.packet.port;
     LagLookup const lookup(way.chip, way.profile);
-    bool const fromLag = (lookup.members(port) & ~bitOf(port)) != 0;
+    bool const fromLag = (lookup.members(ingressPort) & ~bitOf(ingressPort)) != 0;
     if (!addBuckets(way, stage, lookup, meant) && !fromLag) {
         stage.decision = "passed over: no LAG is met; the first port is taken";
         return choice;
     }
     auto const packet = lagPacketOf(way);
-    U32 const bucket = lookup.bucket(port, packet);
+    U32 const bucket = lookup.bucket(ingressPort, packet);
     stage.lookups.insert(stage.lookups.begin(), {.memory = ingressRegister(way, "lhash_ctl"),
-                                                 .key = {named("port", port)},
+                                                 .key = {named("port", ingressPort)},
                                                  .result = NamedValues{named("bucket", bucket)}});
-    U64 const taken = firstOf(lookup.egressPorts(port, meant, packet));
+    U64 const taken = firstOf(lookup.egressPorts(ingressPort, meant, packet));
     if (byOnePort) {
         way.copiesAre(taken);
     } else {
