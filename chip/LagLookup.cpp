@@ -110,18 +110,24 @@ U32 LagLookup::bucket(U32 ingressPort, LagPacket const& packet) const {
     return NerioSwitch::crc10Hashes(key.data(), hashedBits).way(way) % buckets;
 }
 
-U32 LagLookup::bucketsIn(Belmo::String const& pipeline, U32 port) const {
+LagLookup::Row LagLookup::bucketRowIn(Belmo::String const& pipeline, U32 port) const {
     bool const inOne = lagBucketsInOneMemory(profile_);
     auto const prefix = inOne ? pipeline : fmt::format("{}lag_lut[{}]/", pipeline, port / 4);
-    return chip_.indirectMemory(prefix + "lagBuckets").row(inOne ? port : port % 4)[0];
+    return {chip_.indirectMemory(prefix + "lagBuckets"), inOne ? port : port % 4};
+}
+
+LagLookup::Row LagLookup::bucketRow(U32 ingressPort, U32 port) const {
+    return bucketRowIn(fmt::format("pipeline[{}]/", profile_.portToIngressPipeId(ingressPort)), port);
 }
 
 U32 LagLookup::bucketsOf(U32 ingressPort, U32 port) const {
-    return bucketsIn(fmt::format("pipeline[{}]/", profile_.portToIngressPipeId(ingressPort)), port);
+    auto const [memory, number] = bucketRow(ingressPort, port);
+    return memory.row(number)[0];
 }
 
 U32 LagLookup::cpuBucketsOf(U32 port) const {
-    return bucketsIn("cpu_pipeline[0]/", port);
+    auto const [memory, number] = bucketRowIn("cpu_pipeline[0]/", port);
+    return memory.row(number)[0];
 }
 
 U64 LagLookup::egressPorts(U32 ingressPort, U64 ports, LagPacket const& packet) const {

@@ -49,6 +49,13 @@ public:
     U32 bucket(U32 ingressPort, LagPacket const& packet) const;
     /** The buckets whose packets a port takes that come in on another one, bit b for bucket b. */
     U32 bucketsOf(U32 ingressPort, U32 port) const;
+    /** A row of a memory. */
+    struct Row {
+        IndirectMemory const& memory;
+        U32 number;
+    };
+    /** Where these buckets stand. */
+    Row bucketRow(U32 ingressPort, U32 port) const;
     /** The same for packets that the CPU sends. */
     U32 cpuBucketsOf(U32 port) const;
 
@@ -68,7 +75,7 @@ private:
         U32 row;
     };
     std::optional<Place> placeOf(U32 port) const;
-    U32 bucketsIn(Belmo::String const& pipeline, U32 port) const;
+    Row bucketRowIn(Belmo::String const& pipeline, U32 port) const;
 
     SimulatedChip const& chip_;
     NerioSwitch::ProfileInfo const& profile_;

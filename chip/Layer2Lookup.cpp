@@ -88,13 +88,40 @@ IndirectMemory const& Layer2Lookup::memory(Copy const& copy, bool ownBlock, char
                                          : fmt::format("pipeline[{}]/processor/{}", copy.number, name));
 }
 
+IndirectMemory const& Layer2Lookup::vlanRows(U32 port) const {
+    return memory(copyOf(port, Layout::tableLayoutVlan), profile_.vlanRegVer > 2, "vlan", "vlans");
+}
+
+IndirectMemory const& Layer2Lookup::floodRows(U32 port) const {
+    return memory(copyOf(port, Layout::tableLayoutVlan), profile_.hwApi.majorVersion() > 4, "vlan",
+                  "floodSets");
+}
+
+IndirectMemory const& Layer2Lookup::addressRows(U32 port) const {
+    return memory(copyOf(port, Layout::tableLayoutL2), profile_.noMuxInRegName, "processor_l2", "macVlans");
+}
+
+/** Rows have a bit of their own for it below version 3 of the VLAN registers. */
+bool Layer2Lookup::isValid(BitRow const& row) const {
+    return profile_.vlanRegVer > 2 || row.at(bits(0, 1)) != 0;
+}
+
+bool Layer2Lookup::hasVlans(U32 port) const {
+    auto const& rows = vlanRows(port);
+    auto const members = bits(profile_.vlanRegVer > 2 ? 0 : 1, copyOf(port, Layout::tableLayoutVlan).ports);
+    for (U32 number = 0; number < rows.description().rows(); ++number) {
+        BitRow const row(rows.row(number));
+        if (isValid(row) && row.at(members) != 0) return true;
+    }
+    return false;
+}
+
 std::optional<VlanHit> Layer2Lookup::vlan(U32 port, U16 vlan) const {
     auto const copy = copyOf(port, Layout::tableLayoutVlan);
     U32 const version = profile_.vlanRegVer;
-    auto const words = memory(copy, version > 2, "vlan", "vlans").row(vlan & 0xFFFu);
+    auto const words = vlanRows(port).row(vlan & 0xFFFu);
     BitRow const row(words);
-    bool const isValid = version > 2 || row.at(bits(0, 1)) != 0;
-    if (!isValid || !evenParity(words)) return std::nullopt;
+    if (!isValid(row) || !evenParity(words)) return std::nullopt;
 
     U32 const firstMember = version > 2 ? 0 : 1;
     RowReader reader(row, firstMember + copy.ports);
@@ -144,9 +171,7 @@ void Layer2Lookup::readPipeFields(BitRow const& row, Copy const& copy, U32 port,
 }
 
 std::optional<FloodPorts> Layer2Lookup::flood(U32 port, U16 vlan) const {
-    auto const copy = copyOf(port, Layout::tableLayoutVlan);
-    bool const ownBlock = profile_.hwApi.majorVersion() > 4;
-    auto const words = memory(copy, ownBlock, "vlan", "floodSets").row(vlan & 0xFFFu);
+    auto const words = floodRows(port).row(vlan & 0xFFFu);
     if (profile_.floodSetParity && !evenParity(words)) return std::nullopt;
     BitRow const row(words);
     RowReader reader(row, 0);
@@ -155,8 +180,7 @@ std::optional<FloodPorts> Layer2Lookup::flood(U32 port, U16 vlan) const {
 }
 
 std::optional<MacHit> Layer2Lookup::address(U32 port, U16 vlan, U64 address) const {
-    auto const copy = copyOf(port, Layout::tableLayoutL2);
-    auto const& rows = memory(copy, profile_.noMuxInRegName, "processor_l2", "macVlans");
+    auto const& rows = addressRows(port);
     U64 const key = address << 12 | vlan;
     for (U32 number = 0; number < rows.description().rows() && vlan > 0; ++number) {
         auto const words = rows.row(number);

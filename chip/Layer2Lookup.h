@@ -93,11 +93,19 @@ public:
 
     VlanTag nativeTag(U32 port) const;
     Learning learning(U32 port) const;
+    /** Whether any port is a member of any VLAN in the copy of the VLAN table that serves a port. */
+    bool hasVlans(U32 port) const;
     /** Nothing for a VLAN whose row is not valid; of 12 bits. */
     std::optional<VlanHit> vlan(U32 port, U16 vlan) const;
     std::optional<FloodPorts> flood(U32 port, U16 vlan) const;
     /** The first row that matches, of VLANs from 1 on; the address as one number, its last byte lowest. */
     std::optional<MacHit> address(U32 port, U16 vlan, U64 address) const;
+
+    /** The rows that packets of a port meet: those of VLANs and flood sets by VLAN, and those of addresses.
+     */
+    IndirectMemory const& vlanRows(U32 port) const;
+    IndirectMemory const& floodRows(U32 port) const;
+    IndirectMemory const& addressRows(U32 port) const;
 
 private:
     /** The ports of a copy of the VLAN tables, those of the ports between its pipes included. */
@@ -110,6 +118,7 @@ private:
     Copy copyOf(U32 port, NerioSwitch::TableLayoutEnum layout) const;
     IndirectMemory const& memory(Copy const& copy, bool ownBlock, char const* block, char const* name) const;
     void readPipeFields(BitRow const& row, Copy const& copy, U32 port, U32 first, VlanHit& hit) const;
+    bool isValid(BitRow const& row) const;
     U32 pipeWithin(Copy const& copy, U32 port) const;
     U32 portRegister(Belmo::String const& path) const;
 

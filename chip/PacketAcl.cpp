@@ -36,19 +36,38 @@ NamedValues keyOf(AclPacketHit const& found) {
 }
 
 /** What was looked up in vain, memory by memory. */
-void addMissed(PacketStage& stage, PacketOnItsWay const& way, AclLookup const& lookup) {
+void addMissed(PacketStage& stage, PacketOnItsWay const& way, AclLookup const& lookup, U8 protocol) {
     constexpr std::array<U8, 3> firstOfTables{0, 7, 11};
     constexpr U8 firstOfVrfs = 15;
     NamedValue const source{"source", endText(way.headers, false)};
     NamedValue const destination{"destination", endText(way.headers, true)};
     for (U8 const combination : firstOfTables) {
-        if (!way.packet.aclId) break;
-        stage.lookups.push_back(missed(lookup.memory(combination, way.pipe),
-                                       {named("ACL", *way.packet.aclId), source, destination,
-                                        named("protocol", way.packet.aclProtocol)}));
+        if (!way.aclId) break;
+        stage.lookups.push_back(
+            missed(lookup.memory(combination, way.pipe),
+                   {named("ACL", *way.aclId), source, destination, named("protocol", protocol)}));
     }
     stage.lookups.push_back(
-        missed(lookup.memory(firstOfVrfs, way.pipe), {named("VRF", way.packet.vrf), source, destination}));
+        missed(lookup.memory(firstOfVrfs, way.pipe), {named("VRF", way.vrf), source, destination}));
+}
+
+/** The number of the packet's protocol, unless it came with one or no key has it. */
+void addProtocol(PacketStage& stage, PacketOnItsWay const& way, ProtocolLookup const& protocols, U8 number) {
+    if (!way.aclId || way.packet.aclProtocol) return;
+    U8 const protocol = way.headers.protocol;
+    stage.lookups.push_back(answered(protocols.memory(way.pipe), {0, protocol},
+                                     {named("IP protocol", protocol)}, {named("protocol", number)}));
+}
+
+/** The range that a rule names. */
+void addRange(PacketStage& stage, PacketOnItsWay const& way, PortRangeLookup const& ranges,
+              AclPacketHit const& found) {
+    if (!found.rangePort) return;
+    U8 const range = *found.hit.rule.range;
+    stage.lookups.push_back(answered(
+        *ranges.memory(way.pipe), {0, PortRangeLookup::rowOf(found.fields.aclId, range)},
+        {named("ACL", found.fields.aclId), named("port range", range), named("port", *found.rangePort)},
+        {{"port is", Belmo::String(found.holds ? "within" : "outside")}}));
 }
 
 void add(NamedValues& values, Belmo::String const& prefix, AclRule const& rule) {
@@ -65,46 +84,22 @@ NamedValues resultOf(AclHit const& hit) {
     return result;
 }
 
-/** A rule that decides for its chain. */
-struct Winner {
-    bool secondChain = false;
-    AclRule rule;
-};
-
-/**
- * Of each chain the rule that counts: the one of the lowest priority number, the first of equal ones. A rule
- * with a port range does not: its range stands in a table that lookups do not know.
- */
-std::vector<Winner> winnersOf(std::vector<AclPacketHit> const& hits) {
-    std::vector<Winner> winners;
-    for (bool const second : {false, true}) {
-        AclRule const* best = nullptr;
-        for (auto const& [combination, fields, hit] : hits) {
-            if (second && !hit.secondRule) continue;
-            auto const& rule = second ? *hit.secondRule : hit.rule;
-            if (rule.priority == 0 || rule.range) continue;
-            if (best == nullptr || rule.priority < best->priority) best = &rule;
-        }
-        if (best != nullptr) winners.push_back({second, *best});
-    }
-    return winners;
-}
-
-Belmo::String textOf(Winner const& winner) {
+Belmo::String textOf(DecidingRule const& winner) {
     return fmt::format(
         "{} by a rule of priority {}{}", winner.rule.flag ? "permitted" : "denied", winner.rule.priority,
         winner.secondChain ? ", in the second chain" : fmt::format(", counter {}", winner.rule.counter));
 }
 
-Belmo::String decisionOf(std::vector<Winner> const& winners, std::vector<AclPacketHit> const& hits,
+Belmo::String decisionOf(std::vector<DecidingRule> const& winners, std::vector<AclPacketHit> const& hits,
                          bool hasAcl) {
     std::vector<Belmo::String> parts;
+    parts.reserve(winners.size() + 3);
     for (auto const& winner : winners)
         parts.push_back(textOf(winner));
     if (parts.empty()) parts.emplace_back("no rule applies");
     if (!hasAcl) parts.emplace_back("no ACL is named, so that only rules of the VRF were asked");
-    if (std::ranges::any_of(hits, [](auto const& found) { return found.hit.rule.range.has_value(); }))
-        parts.emplace_back("rules of port ranges are passed over");
+    if (std::ranges::any_of(hits, [](auto const& found) { return !found.holds; }))
+        parts.emplace_back("rules whose port range does not hold the port are passed over");
     return fmt::format("{}", fmt::join(parts, "; "));
 }
 
@@ -112,18 +107,25 @@ Belmo::String decisionOf(std::vector<Winner> const& winners, std::vector<AclPack
 
 bool aclStage(PacketOnItsWay& way, PacketStage& stage) {
     auto const& packet = way.packet;
-    AclLookup const lookup(way.chip, way.profile);
-    AclContext const context{packet.aclId, packet.aclProtocol, packet.vrf, packet.aclKeyFlag};
-    auto const hits = rulesOf(lookup, way.headers, context, way.pipe);
-    stage.lookups.reserve(hits.size());
+    AclPacketLookup const lookup(way.chip, way.profile);
+    AclContext const context{way.aclId, packet.aclProtocol, way.vrf, packet.aclKeyFlag};
+    U8 const protocol = lookup.protocolOf(way.headers, context, way.pipe);
+    auto const hits = lookup.rulesOf(way.headers, context, way.pipe);
+    addProtocol(stage, way, lookup.protocols(), protocol);
     for (auto const& found : hits) {
-        stage.lookups.push_back(answered(lookup.memory(found.combination, way.pipe), found.hit.place,
+        stage.lookups.push_back(answered(lookup.rules().memory(found.combination, way.pipe), found.hit.place,
                                          keyOf(found), resultOf(found.hit)));
+        addRange(stage, way, lookup.ranges(), found);
     }
-    if (hits.empty()) addMissed(stage, way, lookup);
-    auto const winners = winnersOf(hits);
-    stage.decision = decisionOf(winners, hits, packet.aclId.has_value());
-    if (std::ranges::any_of(winners, [](Winner const& winner) { return !winner.rule.flag; })) way.drop();
+    if (hits.empty()) addMissed(stage, way, lookup.rules(), protocol);
+    auto const winners = decidingRules(hits);
+    stage.decision = decisionOf(winners, hits, way.aclId.has_value());
+    if (std::ranges::any_of(winners, [](DecidingRule const& winner) { return !winner.rule.flag; }))
+        way.drop();
+    if (winners.empty() && way.aclDeniesRest) {
+        stage.decision += "; the VLAN's ACL denies all else";
+        way.drop();
+    }
     return true;
 }
 

@@ -88,11 +88,11 @@ ChipLookup vlansLookup(PacketOnItsWay const& way, NerioSwitch::PipeInfo const& e
 }  // namespace
 
 bool flowStage(PacketOnItsWay& way, PacketStage& stage) {
-    if (!way.profile.natProfile || way.multicast()) return false;
+    if (!way.profile.natProfile || way.multicast() || way.bridged) return false;
     MulticastLookup const lookup(way.chip, way.profile, way.l3Processor());
-    auto const hit = lookup.findFlow(way.headers.source, way.headers.destination, way.packet.natProfile);
+    auto const hit = lookup.findFlow(way.headers.source, way.headers.destination, way.natProfile);
     auto key = pairKey(way, "destination");
-    key.push_back(named("profile", way.packet.natProfile));
+    key.push_back(named("profile", way.natProfile));
     if (!hit) {
         stage.lookups = {missed(lookup.memory(true), std::move(key))};
         stage.decision = "no flow of these addresses";
@@ -111,20 +111,20 @@ bool flowStage(PacketOnItsWay& way, PacketStage& stage) {
 }
 
 bool multicastRouteStage(PacketOnItsWay& way, PacketStage& stage) {
-    if (!way.multicast()) return false;
+    if (!way.multicast() || way.bridged) return false;
     MulticastLookup const lookup(way.chip, way.profile, way.l3Processor());
     auto const& headers = way.headers;
-    auto const vlan = named("VLAN", way.packet.vlan);
+    auto const vlan = named("VLAN", way.vlan);
     auto const add = [&](std::optional<MulticastHit> const& hit, bool ofSource, NamedValues key) {
         key.push_back(vlan);
         auto const& memory = lookup.memory(ofSource);
         stage.lookups.push_back(hit ? answered(memory, hit->place, std::move(key), resultOf(*hit, way))
                                     : missed(memory, std::move(key)));
     };
-    auto hit = lookup.findSourceRoute(headers.source, headers.destination, way.packet.vlan);
+    auto hit = lookup.findSourceRoute(headers.source, headers.destination, way.vlan);
     add(hit, true, pairKey(way, "group"));
     if (!hit) {
-        hit = lookup.findGroupRoute(headers.destination, way.packet.vlan);
+        hit = lookup.findGroupRoute(headers.destination, way.vlan);
         add(hit, false, {addressed("group", headers.destination)});
     }
     if (!hit) {
@@ -142,7 +142,7 @@ bool multicastRouteStage(PacketOnItsWay& way, PacketStage& stage) {
 }
 
 bool floodingStage(PacketOnItsWay& way, PacketStage& stage) {
-    if (!way.multicast() || !way.copies.empty()) return false;
+    if (!way.multicast() || way.bridged || !way.copies.empty()) return false;
     FloodLookup const lookup(way.chip, way.profile);
     U32 const nexthop = way.packet.floodNexthop;
     auto const ports = lookup.ports(nexthop, way.l3Processor());

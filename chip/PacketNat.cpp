@@ -20,7 +20,7 @@ NamedValues keyOf(NatMatchHit const& hit, PacketOnItsWay const& way) {
     if (hit.dynamic || (hit.withPort && hit.destination))
         key.push_back(named("destination port", ports.destinationPort));
     if (hit.filter) key.push_back({"filter", prefixText(hit.filter->address, hit.filter->length)});
-    key.push_back(named("profile", way.packet.natProfile));
+    key.push_back(named("profile", way.natProfile));
     return key;
 }
 
@@ -36,7 +36,7 @@ NatEgress egressOf(PacketOnItsWay const& way, PacketCopy const& copy, bool secon
     if (way.vlanGroup) {
         egress.copy = NatEgress::Copy{*way.vlanGroup, copy.member};
     } else {
-        egress.profile = way.packet.egressNatProfile;
+        egress.profile = way.egressNatProfile();
         egress.secondTnat = second;
     }
     return egress;
@@ -79,13 +79,13 @@ Belmo::String rewriteSide(PacketOnItsWay const& way, PacketStage& stage, PacketC
 }  // namespace
 
 bool natMatchStage(PacketOnItsWay& way, PacketStage& stage) {
-    if (!way.profile.natProfile) return false;
+    if (!way.profile.natProfile || way.bridged) return false;
     NatMatchLookup const lookup(way.chip, way.profile, way.pipe);
-    auto const hit = lookup.find(way.headers, way.packet.natProfile);
+    auto const hit = lookup.find(way.headers, way.natProfile);
     if (!hit) {
         NamedValues const key{{"source", endText(way.headers, false)},
                               {"destination", endText(way.headers, true)},
-                              named("profile", way.packet.natProfile)};
+                              named("profile", way.natProfile)};
         stage.lookups = {missed(lookup.memory(true), key), missed(lookup.memory(false), key)};
         stage.decision = "no translation matches";
         return true;

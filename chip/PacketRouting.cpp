@@ -17,14 +17,14 @@ constexpr std::array<U8, 8> lpmStages{32, 29, 26, 23, 20, 17, 14, 11};
 }  // namespace
 
 bool routeStage(PacketOnItsWay& way, PacketStage& stage) {
-    if (way.multicast() || way.l3Lag) return false;
+    if (way.multicast() || way.bridged || way.l3Lag) return false;
     LpmLookup const lookup(way.chip, way.profile, way.l3Processor());
-    auto const hit = lookup.find(way.packet.vrf, way.headers.destination);
-    NamedValues key{named("VRF", way.packet.vrf), addressed("destination", way.headers.destination)};
+    auto const hit = lookup.find(way.vrf, way.headers.destination);
+    NamedValues key{named("VRF", way.vrf), addressed("destination", way.headers.destination)};
     if (!hit) {
         for (U8 const number : lpmStages)
             stage.lookups.push_back(missed(lookup.memory(number), key));
-        stage.decision = fmt::format("no route in VRF {}", way.packet.vrf);
+        stage.decision = fmt::format("no route in VRF {}", way.vrf);
         return true;
     }
     way.route = hit;
@@ -45,7 +45,7 @@ bool routeStage(PacketOnItsWay& way, PacketStage& stage) {
 }
 
 bool l3LagStage(PacketOnItsWay& way, PacketStage& stage) {
-    if (way.multicast()) return false;
+    if (way.multicast() || way.bridged) return false;
     U32 const numPorts = way.profile.numPorts;
     U64 ports = 0;
     if (way.l3Lag) {
@@ -64,10 +64,6 @@ bool l3LagStage(PacketOnItsWay& way, PacketStage& stage) {
     if (way.packet.egressPort) {
         ports = U64{1} << *way.packet.egressPort;
         stage.decision += fmt::format("; port {} is taken, as told", *way.packet.egressPort);
-    } else if ((ports & (ports - 1)) != 0) {
-        // Which one is a matter of a hash over the packet, in a table of its own.
-        ports &= ~ports + 1;
-        stage.decision += "; the first of them is taken";
     }
     way.copiesAre(ports);
     if (way.copies.empty()) way.drop();

@@ -5,6 +5,7 @@
 
 #include "chip/HashPlace.h"
 #include "chip/Ipv4Packet.h"
+#include "chip/Layer2Lookup.h"
 #include "chip/PacketWay.h"
 
 /* The stages that a packet comes through, a function each. Inner to the chip. */
@@ -27,7 +28,18 @@ struct PacketOnItsWay {
     ArrivingPacket const& packet;
     Ipv4Headers headers;
     U32 pipe = 0;
+    U16 vlan = 1;
+    U8 vrf = 0;
+    std::optional<U8> aclId{};
+    U8 natProfile = 0;
 
+    /** What its VLAN says, where VLANs are told of. */
+    std::optional<VlanHit> vlanHit{};
+    /** The VLAN's ACL denies what hits no rule. */
+    bool aclDeniesRest = false;
+    /** It stays in its VLAN: it is not routed. */
+    bool bridged = false;
+    std::vector<PacketCopy> mirrored{};
     std::optional<Translation> translation{};
     /** Where a unicast packet goes. */
     std::optional<U32> l3Lag{};
@@ -39,6 +51,7 @@ struct PacketOnItsWay {
     std::optional<PacketFate> fate{};
 
     bool multicast() const { return headers.destination >> 28 == 14; }
+    U8 egressNatProfile() const { return packet.egressNatProfile.value_or(natProfile); }
     U32 l3Processor() const;
     /** The egress pipe of a port, and its number there. */
     NerioSwitch::PipeInfo egressOf(U32 port) const;
@@ -60,13 +73,19 @@ struct NamedStage {
 std::span<NamedStage const> packetStages();
 
 bool ingressPortStage(PacketOnItsWay& way, PacketStage& stage);
+bool receiveMirrorStage(PacketOnItsWay& way, PacketStage& stage);
+bool stormControlStage(PacketOnItsWay& way, PacketStage& stage);
+bool nativeVlanStage(PacketOnItsWay& way, PacketStage& stage);
+bool vlanStage(PacketOnItsWay& way, PacketStage& stage);
 bool aclStage(PacketOnItsWay& way, PacketStage& stage);
+bool macAddressStage(PacketOnItsWay& way, PacketStage& stage);
 bool natMatchStage(PacketOnItsWay& way, PacketStage& stage);
 bool flowStage(PacketOnItsWay& way, PacketStage& stage);
 bool multicastRouteStage(PacketOnItsWay& way, PacketStage& stage);
 bool floodingStage(PacketOnItsWay& way, PacketStage& stage);
 bool routeStage(PacketOnItsWay& way, PacketStage& stage);
 bool l3LagStage(PacketOnItsWay& way, PacketStage& stage);
+bool lagMemberStage(PacketOnItsWay& way, PacketStage& stage);
 bool vlanGroupStage(PacketOnItsWay& way, PacketStage& stage);
 bool egressPortStage(PacketOnItsWay& way, PacketStage& stage);
 bool natRewriteStage(PacketOnItsWay& way, PacketStage& stage);

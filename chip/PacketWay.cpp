@@ -15,13 +15,19 @@ namespace {
 
 constexpr std::array stages{
     NamedStage{"ingress port", ingressPortStage},
+    NamedStage{"receive mirror", receiveMirrorStage},
+    NamedStage{"storm control", stormControlStage},
+    NamedStage{"native VLAN", nativeVlanStage},
+    NamedStage{"VLAN", vlanStage},
     NamedStage{"ACL", aclStage},
+    NamedStage{"MAC address", macAddressStage},
     NamedStage{"NAT match", natMatchStage},
     NamedStage{"flow", flowStage},
     NamedStage{"multicast route", multicastRouteStage},
     NamedStage{"flooding", floodingStage},
     NamedStage{"route", routeStage},
     NamedStage{"L3 LAG", l3LagStage},
+    NamedStage{"LAG member", lagMemberStage},
     NamedStage{"VLAN group", vlanGroupStage},
     NamedStage{"egress port", egressPortStage},
     NamedStage{"NAT rewrite", natRewriteStage},
@@ -40,12 +46,12 @@ void check(NerioSwitch::ProfileInfo const& profile, ArrivingPacket const& packet
     }
     within("port", packet.port, profile.numPorts);
     within("port", packet.egressPort.value_or(0), profile.numPorts);
-    within("VLAN", packet.vlan, 4096);
-    within("VRF", packet.vrf, profile.numVrfs);
+    within("VLAN", packet.vlan.value_or(0), 4096);
+    within("VRF", packet.vrf.value_or(0), profile.numVrfs);
     within("ACL", packet.aclId.value_or(0), 16);
-    within("ACL protocol", packet.aclProtocol, 16);
-    within("NAT profile", packet.natProfile, 64);
-    within("NAT profile", packet.egressNatProfile, 64);
+    within("ACL protocol", packet.aclProtocol.value_or(0), 16);
+    within("NAT profile", packet.natProfile.value_or(0), 64);
+    within("NAT profile", packet.egressNatProfile.value_or(0), 64);
     within("flood next hop", packet.floodNexthop, 160);
 }
 
@@ -70,7 +76,11 @@ PacketWay packetWay(SimulatedChip& chip, NerioSwitch::ProfileInfo const& profile
                             .profile = profile,
                             .packet = packet,
                             .headers = headersOf(packet.bytes),
-                            .pipe = profile.portToIngressPipeId(packet.port)};
+                            .pipe = profile.portToIngressPipeId(packet.port),
+                            .vlan = packet.vlan.value_or(1),
+                            .vrf = packet.vrf.value_or(0),
+                            .aclId = packet.aclId,
+                            .natProfile = packet.natProfile.value_or(0)};
     PacketWay way;
     for (auto const& [name, run] : packetStages()) {
         PacketStage stage{.name = name, .decision = {}, .lookups = {}};
@@ -85,6 +95,9 @@ PacketWay packetWay(SimulatedChip& chip, NerioSwitch::ProfileInfo const& profile
     }
     way.fate = onItsWay.fate ? *onItsWay.fate : fateOf(onItsWay);
     if (way.fate != PacketFate::dropped) way.copies = std::move(onItsWay.copies);
+    way.vlan = onItsWay.vlan;
+    way.vrf = onItsWay.vrf;
+    way.mirrored = std::move(onItsWay.mirrored);
     way.route = onItsWay.route;
     return way;
 }

@@ -18,17 +18,23 @@ namespace Chip {
 /** A packet that comes to the chip, and what is known of it beside its bytes. */
 struct ArrivingPacket {
     U32 port = 0;
-    /** 0 to 4095. */
-    U16 vlan = 1;
-    U8 vrf = 0;
-    /** The ACL that it is held against, 0 to 15. Without one the rules of VRFs alone are asked. */
+    /** 0 to 4095. A packet without one is untagged. */
+    std::optional<U16> vlan{};
+    /** Without one, its VLAN's. */
+    std::optional<U8> vrf{};
+    /** Where its frame is addressed to. Without one it is for the router. */
+    std::optional<Lanvo::EthAddr> ethAddr{};
+    /** The ACL that it is held against, 0 to 15; without one, its VLAN's. If that has none, the rules of VRFs
+     * alone are asked. */
     std::optional<U8> aclId{};
-    /** Its protocol as ACL keys have it, 1 to 15; 0 matches no rule that looks at it. */
-    U8 aclProtocol = 0;
+    /** Its protocol as ACL keys have it, 1 to 15; 0 matches no rule that looks at it. Without one, what the
+     * chip has for its IP protocol. */
+    std::optional<U8> aclProtocol{};
     bool aclKeyFlag = false;
-    /** Of the interface that it comes by, and of the one that it leaves by; 0 to 63. */
-    U8 natProfile = 0;
-    U8 egressNatProfile = 0;
+    /** Of the interface that it comes by, 0 to 63; without one, its VLAN's. */
+    std::optional<U8> natProfile{};
+    /** And of the one that it leaves by; without one, the same. */
+    std::optional<U8> egressNatProfile{};
     /** The next hop, 0 to 159, that multicast packets without a route are flooded to. */
     U32 floodNexthop = 0;
     /** Where unicast packets leave, whatever ports the L3 LAG has. */
@@ -91,8 +97,13 @@ struct PacketWay {
     /** The stages that the packet came through. The last one tells why it was dropped or goes to the CPU. */
     std::vector<PacketStage> stages;
     PacketFate fate = PacketFate::dropped;
+    /** In which VLAN and VRF it came. */
+    U16 vlan = 1;
+    U8 vrf = 0;
     /** None for a packet that is dropped. */
     std::vector<PacketCopy> copies;
+    /** Copies of the packet as it came, whatever becomes of it. */
+    std::vector<PacketCopy> mirrored;
     /** The route of a unicast packet, if one was asked for and found. */
     std::optional<LpmHit> route{};
 };

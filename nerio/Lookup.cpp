@@ -36,9 +36,13 @@ struct Options {
     std::string stateFile;
     std::string address;
     PacketOptions packet;
-    U32 vrf = 0;
+    std::optional<U32> vrf;
     bool json = false;
 };
+
+U32 vrfOf(Options const& options) {
+    return options.vrf.value_or(0);
+}
 
 IpAddr addressOf(Options const& options) {
     try {
@@ -61,7 +65,7 @@ Agent::StateFile stateIn(std::string const& directory) {
 
 void printJson(Options const& options, std::optional<Chip::LpmHit> const& hit,
                std::optional<Prefix> const& route) {
-    Json answer{{"address", options.address}, {"vrf", options.vrf}, {"found", hit.has_value()}};
+    Json answer{{"address", options.address}, {"vrf", vrfOf(options)}, {"found", hit.has_value()}};
     if (hit) {
         answer.update(Json{{"route", route ? Json(route->text()) : Json()},
                            {"nexthop", hit->nexthop},
@@ -78,10 +82,10 @@ void printJson(Options const& options, std::optional<Chip::LpmHit> const& hit,
 void printText(Options const& options, std::optional<Chip::LpmHit> const& hit,
                std::optional<Prefix> const& route) {
     if (!hit) {
-        fmt::print("{} in VRF {}: no route\n", options.address, options.vrf);
+        fmt::print("{} in VRF {}: no route\n", options.address, vrfOf(options));
         return;
     }
-    fmt::print("{} in VRF {}: {}, next hop {}{}\n", options.address, options.vrf,
+    fmt::print("{} in VRF {}: {}, next hop {}{}\n", options.address, vrfOf(options),
                route ? route->text() : "a route that the shadow does not know", hit->nexthop,
                hit->cpuTrap ? ", to the CPU" : "");
     fmt::print("  stage lpm{}, way {}, row {}, cell {}\n", hit->stage, hit->place.way, hit->place.row,
@@ -92,11 +96,11 @@ void printText(Options const& options, std::optional<Chip::LpmHit> const& hit,
 int lookUpAddress(Options const& options, std::string const& directory) {
     auto const address = addressOf(options);
     auto const state = stateIn(directory);
-    if (options.vrf >= state.profile->numVrfs)
-        throw BadInput(fmt::format("VRF {} is above {}", options.vrf, state.profile->numVrfs - 1));
+    if (vrfOf(options) >= state.profile->numVrfs)
+        throw BadInput(fmt::format("VRF {} is above {}", vrfOf(options), state.profile->numVrfs - 1));
     Switch target(state.profile, directory);
     Chip::LpmLookup const lookup(target.chip(), target.profile());
-    auto const hit = lookup.find(static_cast<U8>(options.vrf), address.hostOrder());
+    auto const hit = lookup.find(static_cast<U8>(vrfOf(options)), address.hostOrder());
     auto const route = hit ? routeOf(target, *hit, address) : std::nullopt;
     (options.json ? printJson : printText)(options, hit, route);
     return hit ? done : jobFailed;
@@ -155,7 +159,7 @@ void addLookup(CLI::App& app, int& status) {
     auto* state = command->add_option(
         "--state", options->stateFile,
         "The state file of a switch to program for it; for a packet, the campus switch if left out");
-    command->add_option("--vrf", options->vrf, "The VRF, 0 if left out");
+    command->add_option("--vrf", options->vrf, "The VRF; if left out 0, for a packet that of its VLAN");
     command->add_flag("--json", options->json, "Answer as JSON");
     addPacketOptions(*command, options->packet);
     state->excludes(directory);

@@ -19,13 +19,11 @@ using Chip::IpProtocol;
 struct NamedProtocol {
     std::string_view name;
     U8 number;
-    /** What ACL keys have for it unless told otherwise. */
-    U8 aclProtocol;
 };
 
-constexpr std::array namedProtocols{NamedProtocol{"tcp", IpProtocol::tcp, 1},
-                                    NamedProtocol{"udp", IpProtocol::udp, 2},
-                                    NamedProtocol{"icmp", IpProtocol::icmp, 0}};
+constexpr std::array namedProtocols{NamedProtocol{"tcp", IpProtocol::tcp},
+                                    NamedProtocol{"udp", IpProtocol::udp},
+                                    NamedProtocol{"icmp", IpProtocol::icmp}};
 
 U32 addressOf(char const* option, std::string const& text) {
     try {
@@ -35,6 +33,18 @@ U32 addressOf(char const* option, std::string const& text) {
         return address.hostOrder();
     } catch (Belmo::DeserializationException const&) {
         throw BadInput(fmt::format("{}: \"{}\" is no IPv4 address", option, text));
+    }
+}
+
+std::optional<Lanvo::EthAddr> ethAddrOf(PacketOptions const& options) {
+    if (options.ethAddr.empty()) return std::nullopt;
+    try {
+        Sorn::CharRange range(options.ethAddr);
+        auto const address = Lanvo::EthAddr::fromText(range);
+        range.expectEnd();
+        return address;
+    } catch (Belmo::DeserializationException const&) {
+        throw BadInput(fmt::format("--dst-mac: \"{}\" is no MAC address", options.ethAddr));
     }
 }
 
@@ -81,14 +91,6 @@ Chip::Ipv4Headers headersOf(PacketOptions const& options) {
     return headers;
 }
 
-U8 aclProtocolOf(PacketOptions const& options, U8 protocol) {
-    if (options.aclProtocol) return within<U8>("--acl-proto", *options.aclProtocol, 0, 15);
-    for (auto const& known : namedProtocols) {
-        if (known.number == protocol) return known.aclProtocol;
-    }
-    return 0;
-}
-
 }  // namespace
 
 void addPacketOptions(CLI::App& command, PacketOptions& options) {
@@ -102,13 +104,15 @@ void addPacketOptions(CLI::App& command, PacketOptions& options) {
     add("--sport", options.sourcePort, "Its source port, 0 if left out");
     add("--dport", options.destinationPort, "Its destination port, 0 if left out");
     add("--port", options.port, "The port that it comes by, 0 if left out");
-    add("--vlan", options.vlan, "The VLAN that it comes in, 1 if left out");
-    add("--acl", options.acl, "The ACL it is held against; rules of VRFs alone if left out");
+    add("--vlan", options.vlan, "The VLAN that it comes in, untagged if left out");
+    add("--dst-mac", options.ethAddr, "The MAC address that it is for, the router's if left out");
+    add("--acl", options.acl, "The ACL it is held against, that of its VLAN if left out");
     add("--acl-proto", options.aclProtocol,
-        "Its protocol in ACL rules; 1 for tcp, 2 for udp, 0 for others if left out");
+        "Its protocol in ACL rules; what the switch has for its protocol if left out");
     command.add_flag("--acl-key-flag", options.aclKeyFlag, "Sets the flag of ACL keys of VRFs")
         ->needs(destination);
-    add("--nat-profile", options.natProfile, "Of the interface that it comes by, 0 if left out");
+    add("--nat-profile", options.natProfile,
+        "Of the interface that it comes by, that of its VLAN or 0 if left out");
     add("--egress-nat-profile", options.egressNatProfile,
         "Of the interface that it leaves by, the same one if left out");
     add("--flood-nexthop", options.floodNexthop,
@@ -116,20 +120,20 @@ void addPacketOptions(CLI::App& command, PacketOptions& options) {
     add("--egress-port", options.egressPort, "The port that it leaves by, whatever ports the L3 LAG has");
 }
 
-Chip::ArrivingPacket arrivingPacket(PacketOptions const& options, U32 vrf,
+Chip::ArrivingPacket arrivingPacket(PacketOptions const& options, std::optional<U32> vrf,
                                     NerioSwitch::ProfileInfo const& profile) {
     auto const headers = headersOf(options);
     U32 const lastPort = profile.numPorts - 1u;
     Chip::ArrivingPacket packet;
     packet.port = within<U32>("--port", options.port, 0, lastPort);
+    packet.ethAddr = ethAddrOf(options);
     packet.vlan = within<U16>("--vlan", options.vlan, 1, 4094);
     packet.vrf = within<U8>("--vrf", vrf, 0, profile.numVrfs - 1);
     packet.aclId = within<U8>("--acl", options.acl, 0, 15);
-    packet.aclProtocol = aclProtocolOf(options, headers.protocol);
+    packet.aclProtocol = within<U8>("--acl-proto", options.aclProtocol, 0, 15);
     packet.aclKeyFlag = options.aclKeyFlag;
     packet.natProfile = within<U8>("--nat-profile", options.natProfile, 0, 63);
-    packet.egressNatProfile =
-        within<U8>("--egress-nat-profile", options.egressNatProfile.value_or(options.natProfile), 0, 63);
+    packet.egressNatProfile = within<U8>("--egress-nat-profile", options.egressNatProfile, 0, 63);
     packet.floodNexthop = within<U32>("--flood-nexthop", options.floodNexthop, 0, 159);
     packet.egressPort = within<U32>("--egress-port", options.egressPort, 0, lastPort);
     packet.bytes = Chip::ipv4Packet(headers);

@@ -18,11 +18,12 @@ struct PacketOptions {
     std::optional<U32> sourcePort;
     std::optional<U32> destinationPort;
     U32 port = 0;
-    U32 vlan = 1;
+    std::optional<U32> vlan;
+    std::string ethAddr;
     std::optional<U32> acl;
     std::optional<U32> aclProtocol;
     bool aclKeyFlag = false;
-    U32 natProfile = 0;
+    std::optional<U32> natProfile;
     std::optional<U32> egressNatProfile;
     U32 floodNexthop = 0;
     std::optional<U32> egressPort;
@@ -31,8 +32,8 @@ struct PacketOptions {
 /** Adds `--dst`, which is what asks for a packet, and all that goes with it. */
 void addPacketOptions(CLI::App& command, PacketOptions& options);
 
-/** The packet of those options, in a VRF; throws `BadInput` that names the option at fault. */
-Chip::ArrivingPacket arrivingPacket(PacketOptions const& options, U32 vrf,
+/** The packet of those options, in a VRF if one is told; throws `BadInput` that names the option at fault. */
+Chip::ArrivingPacket arrivingPacket(PacketOptions const& options, std::optional<U32> vrf,
                                     NerioSwitch::ProfileInfo const& profile);
 
 }  // namespace Nerio

@@ -88,13 +88,14 @@ std::string lookupText(ChipLookup const& lookup) {
                        lookup.result ? valuesText(*lookup.result) : "no row");
 }
 
-std::string copyText(PacketReport const& report, PacketCopy const& copy) {
+std::string copyText(PacketReport const& report, PacketCopy const& copy, bool mirrored) {
     bool const cpu = copy.port == report.profile.numPorts;
     auto const vlan = copy.vlan ? fmt::format(" in VLAN {}", *copy.vlan) : "";
+    auto const* verb = mirrored ? "is mirrored to" : cpu ? "goes to" : "leaves by";
     auto const station = copy.ethAddr ? fmt::format(" for {}", copy.ethAddr->text()) : "";
     return fmt::format("    {}{}{}: {}\n",
-                       cpu ? "goes to the CPU" : fmt::format("leaves by port {}", copy.port), vlan, station,
-                       packetText(copy.bytes));
+                       fmt::format("{} {}", verb, cpu ? "the CPU" : fmt::format("port {}", copy.port)), vlan,
+                       station, packetText(copy.bytes));
 }
 
 std::string fateText(Chip::PacketWay const& way) {
@@ -171,9 +172,8 @@ Json copyToJson(PacketReport const& report, PacketCopy const& copy) {
 
 std::string toText(PacketReport const& report) {
     auto const& [profile, packet, way, where] = report;
-    auto text =
-        fmt::format("{}, by port {} in VLAN {} and VRF {}, through the switch {}\n\n",
-                    endsText(Chip::headersOf(packet.bytes)), packet.port, packet.vlan, packet.vrf, where);
+    auto text = fmt::format("{}, by port {} in VLAN {} and VRF {}, through the switch {}\n\n",
+                            endsText(Chip::headersOf(packet.bytes)), packet.port, way.vlan, way.vrf, where);
     for (auto const& stage : way.stages) {
         text += fmt::format("{:<16} {}\n", stage.name, stage.decision);
         for (auto const& lookup : stage.lookups)
@@ -182,14 +182,16 @@ std::string toText(PacketReport const& report) {
     text +=
         fmt::format("\n{}\n    came by port {}: {}\n", fateText(way), packet.port, packetText(packet.bytes));
     for (auto const& copy : way.copies)
-        text += copyText(report, copy);
+        text += copyText(report, copy, false);
+    for (auto const& copy : way.mirrored)
+        text += copyText(report, copy, true);
     return text;
 }
 
 Json toJson(PacketReport const& report) {
     auto const& [profile, packet, way, where] = report;
     auto came = headersToJson(packet.bytes);
-    came.update(Json{{"port", packet.port}, {"vlan", packet.vlan}, {"vrf", packet.vrf}});
+    came.update(Json{{"port", packet.port}, {"vlan", way.vlan}, {"vrf", way.vrf}});
     auto stages = Json::array();
     for (auto const& stage : way.stages) {
         auto lookups = Json::array();
@@ -197,14 +199,18 @@ Json toJson(PacketReport const& report) {
             lookups.push_back(lookupToJson(lookup));
         stages.push_back({{"stage", stage.name}, {"decision", stage.decision}, {"lookups", lookups}});
     }
-    auto copies = Json::array();
-    for (auto const& copy : way.copies)
-        copies.push_back(copyToJson(report, copy));
+    auto const copiesToJson = [&](std::vector<PacketCopy> const& copies) {
+        auto json = Json::array();
+        for (auto const& copy : copies)
+            json.push_back(copyToJson(report, copy));
+        return json;
+    };
     constexpr std::array fates{"forwarded", "toCpu", "dropped"};
     return {{"packet", came},
             {"stages", stages},
             {"fate", fates[static_cast<std::size_t>(way.fate)]},
-            {"copies", copies}};
+            {"copies", copiesToJson(way.copies)},
+            {"mirrored", copiesToJson(way.mirrored)}};
 }
 
 }  // namespace Nerio

@@ -21,8 +21,8 @@ struct PacketReport {
 
 /** A line for each stage, and below it one for each lookup; then the packet as it came and as it leaves. */
 std::string toText(PacketReport const& report);
-/** `packet`, `stages`, `fate` and `copies`. Members of keys and results are called as in the text, in camel
- * case. */
+/** `packet`, `stages`, `fate`, `copies` and `mirrored`. Members of keys and results are called as in the
+ * text, in camel case. */
 Agent::Json toJson(PacketReport const& report);
 
 }  // namespace Nerio

@@ -151,6 +151,17 @@ TEST_P(Layer2LookupTest, APacketMeetsItsVlan) {
     EXPECT_EQ(made.differences(), 0u);
 }
 
+TEST_P(Layer2LookupTest, VlansAreToldOfOnceAPortOfTheCopyIsAMember) {
+    made.vlans->entryIs(VlanMembershipKey(9), VlanMembershipResult().unicastRouteIs(true).vrfBitsIs(1));
+    EXPECT_FALSE(made.lookup.hasVlans(0)) << "a row without members";
+    made.vlans->entryIs(VlanMembershipKey(4094), VlanMembershipResult().permitMaskIs(1u << 25));
+    EXPECT_TRUE(made.lookup.hasVlans(0));
+    EXPECT_TRUE(made.lookup.hasVlans(25));
+    EXPECT_FALSE(made.lookup.hasVlans(26)) << "the other pipeline's copy";
+    made.vlans->entryDel(VlanMembershipKey(4094));
+    EXPECT_FALSE(made.lookup.hasVlans(0));
+}
+
 TEST_P(Layer2LookupTest, AnUnknownPacketFloodsToThePortsOfItsVlan) {
     Random random(2);
     U64 const ports = (U64{1} << 52) - 1;

@@ -28,6 +28,8 @@ constexpr char const* router = R"({"profile":{"preset":"default","hwApi":"10.0"}
     {"family":"natRewrite","name":"rewrites","pipeline":1,"entries":[
       {"key":{"isUnicast":true,"natSessionId":2,"natProfileId":3},
        "result":{"valid":true,"newIp":"192.0.2.1","newPort":80,"checksumCorrection":39100}}]},
+    {"family":"protocolRemap","name":"protocols","pipeline":0,"entries":[
+      {"key":{"protocol":6},"result":{"remappedProtocol":1}}]},
     {"family":"aclHash","name":"rules","physTableIdx":0,"entries":[
       {"key":{"aclId":1,"combination":3,"secondPrefix":"198.51.100.128/25"},
        "result":{"rules":[{"priority":4,"ruleFlag":false,"counter":17}]}},
@@ -89,7 +91,7 @@ TEST_F(LookupCommandTest, AnswersAsJson) {
     EXPECT_EQ(answer["fate"], "forwarded");
     EXPECT_EQ(answer["packet"]["vlan"], 7);
     EXPECT_EQ(answer["packet"]["sport"], 8080);
-    auto const& route = answer["stages"][4];
+    auto const& route = answer["stages"][5];
     EXPECT_EQ(route["stage"], "route");
     EXPECT_EQ(route["decision"], "next hop 9, by L3 LAG 9");
     EXPECT_EQ(route["lookups"][0]["memory"], "ingress/processor_l3[0]/lpm26");
@@ -106,6 +108,29 @@ TEST_F(LookupCommandTest, AnswersAsJson) {
                                                           .transport = {{80, 40000, 0}}}));
     EXPECT_EQ(copy["packet"]["checksum"], leaves.checksum);
     EXPECT_EQ(copy["packet"]["transportChecksum"], leaves.transport->checksum);
+}
+
+TEST_F(LookupCommandTest, TheVlanOfAPacketTellsWhatTheOptionsLeaveOut) {
+    auto const bridge = stateFile(R"({"profile":{"preset":"default","hwApi":"10.0"},
+      "tables":[
+        {"family":"nativeVlan","name":"tags","entries":[
+          {"key":{"portId":1},"result":{"nativeVlanId":20}}]},
+        {"family":"vlanMembership","name":"vlans","entries":[
+          {"key":{"vid":20},"result":{"permitMask":18,"vrfBits":2}}]},
+        {"family":"macVlan","name":"stations","entries":[
+          {"key":{"value":3},"result":{"macVlan":{"vlanId":20,"ethAddr":"00:1c:73:a1:b2:c3"},
+                                       "ingressPortMask":16}}]}]})");
+    ASSERT_EQ(runCommand({"run", bridge, "--switch", kept}).status, 0);
+    auto const bridged = lookupKept({"--dst", "10.1.2.3", "--port", "1", "--dst-mac", "00:1c:73:a1:b2:c3"});
+    EXPECT_EQ(bridged.status, 0) << bridged.errors;
+    EXPECT_THAT(bridged.output, StartsWith("ICMP 0.0.0.0 to 10.1.2.3, by port 1 in VLAN 20 and VRF 2, "));
+    EXPECT_THAT(bridged.output, HasSubstr("\nMAC address      the address leads to port 4\n"));
+    auto const routed = lookupKept({"--dst", "10.1.2.3", "--port", "1", "--vrf", "1"});
+    EXPECT_EQ(routed.status, 1);
+    EXPECT_THAT(routed.output, HasSubstr("\nroute            no route in VRF 1\n"));
+    auto const tagged = lookupKept({"--dst", "10.1.2.3", "--port", "1", "--vlan", "21"});
+    EXPECT_EQ(tagged.status, 1);
+    EXPECT_THAT(tagged.output, HasSubstr("\ndropped in stage VLAN\n"));
 }
 
 TEST_F(LookupCommandTest, ADroppedPacketIsNoSuccess) {
@@ -188,6 +213,9 @@ TEST_F(LookupCommandTest, BadOptionsAreNamed) {
           {{"--dst", "10.1.2.3", "--dport", "65536"}, "--dport: 65536 is above 65535"},
           {{"--dst", "10.1.2.3", "--port", "52"}, "--port: 52 is above 51"},
           {{"--dst", "10.1.2.3", "--egress-port", "52"}, "--egress-port: 52 is above 51"},
+          {{"--dst", "10.1.2.3", "--dst-mac", "0:1:2"}, "--dst-mac: \"0:1:2\" is no MAC address"},
+          {{"--dst", "10.1.2.3", "--dst-mac", "00:1c:73:a1:b2:c3:d4"},
+           "--dst-mac: \"00:1c:73:a1:b2:c3:d4\" is no MAC address"},
           {{"--dst", "10.1.2.3", "--vlan", "0"}, "--vlan: 0 is below 1"},
           {{"--dst", "10.1.2.3", "--vlan", "4095"}, "--vlan: 4095 is above 4094"},
           {{"--dst", "10.1.2.3", "--vrf", "4"}, "--vrf: 4 is above 3"},

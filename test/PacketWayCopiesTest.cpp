@@ -25,6 +25,7 @@ using NerioTest::placeText;
 using NerioTest::ruleOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using End = NerioTest::Ipv4Packet::End;
 
 class AclWayTest : public PacketWayTest {
@@ -78,22 +79,22 @@ TEST_F(AclWayTest, TheRuleOfTheLowestPriorityNumberDecides) {
                          NerioTest::prefixOf({10, 0, 0, 0}, 8)),
                      NerioTest::resultOf(ruleOf(20, false, 3)));
     auto way = wayOf(toServer());
-    EXPECT_EQ(way.stages.at(1).lookups.size(), 3u) << "it hits all of them";
-    EXPECT_EQ(way.stages.at(1).decision, "permitted by a rule of priority 11, counter 2");
+    EXPECT_EQ(stageOf(way, "ACL").lookups.size(), 3u) << "it hits all of them";
+    EXPECT_EQ(stageOf(way, "ACL").decision, "permitted by a rule of priority 11, counter 2");
     rules(1).entryIs(
         NerioSwitch::AclHashKey().aclIdIs(3).combinationIs(10).firstPrefixIs(clients()).protocolIs(1).portIs(
             4000),
         NerioTest::resultOf(ruleOf(5, false, 4)));
-    EXPECT_EQ(wayOf(toServer()).stages.at(1).decision, "denied by a rule of priority 5, counter 4");
+    EXPECT_EQ(stageOf(wayOf(toServer()), "ACL").decision, "denied by a rule of priority 5, counter 4");
     EXPECT_THAT(textOf(toServer()), HasSubstr(": combination 10, ACL 3, source 10.30.0.0/16, protocol 1, "
                                               "source port 4000 -> priority 5, "));
     auto udp = toServer();
     udp.aclProtocol = 2;
-    EXPECT_EQ(wayOf(udp).stages.at(1).decision, "denied by a rule of priority 20, counter 3")
+    EXPECT_EQ(stageOf(wayOf(udp), "ACL").decision, "denied by a rule of priority 20, counter 3")
         << "the one that does not look at the protocol";
     auto other = toServer();
     other.aclId = 4;
-    EXPECT_EQ(wayOf(other).stages.at(1).decision, "no rule applies");
+    EXPECT_EQ(stageOf(wayOf(other), "ACL").decision, "no rule applies");
     EXPECT_EQ(stageText(textOf(other), "ACL"),
               "ACL              no rule applies\n"
               "    ingress/processor_acl[0]/table0/pipeline0: ACL 4, source 10.30.0.9:4000, "
@@ -106,7 +107,7 @@ TEST_F(AclWayTest, TheRuleOfTheLowestPriorityNumberDecides) {
               "destination 10.20.0.53:80 -> no row\n");
     auto ofOtherPipeline = toServer();
     ofOtherPipeline.port = 30;
-    EXPECT_EQ(wayOf(ofOtherPipeline).stages.at(1).decision, "no rule applies");
+    EXPECT_EQ(stageOf(wayOf(ofOtherPipeline), "ACL").decision, "no rule applies");
 }
 
 TEST_F(AclWayTest, RulesOfAVrfAreAskedWithoutAnAcl) {
@@ -117,8 +118,8 @@ TEST_F(AclWayTest, RulesOfAVrfAreAskedWithoutAnAcl) {
     auto packet = toServer();
     packet.aclId.reset();
     packet.vrf = 2;
-    auto const row = wayOf(packet).stages.at(1).lookups.at(0).row;
-    auto const wayNumber = wayOf(packet).stages.at(1).lookups.at(0).way;
+    auto const row = stageOf(wayOf(packet), "ACL").lookups.at(0).row;
+    auto const wayNumber = stageOf(wayOf(packet), "ACL").lookups.at(0).way;
     ASSERT_TRUE(row && wayNumber);
     EXPECT_EQ(
         stageText(textOf(packet), "ACL"),
@@ -130,15 +131,60 @@ TEST_F(AclWayTest, RulesOfAVrfAreAskedWithoutAnAcl) {
             *wayNumber, *row))
         << "rows of version 6 have no flag of these rules, and it counts as set";
     packet.aclKeyFlag = true;
-    EXPECT_THAT(wayOf(packet).stages.at(1).decision, HasSubstr("no rule applies"));
+    EXPECT_THAT(stageOf(wayOf(packet), "ACL").decision, HasSubstr("no rule applies"));
 }
 
-TEST_F(AclWayTest, ARuleOfAPortRangeIsPassedOver) {
-    auto const key = pairKey(clients(), server()).portIs(0).combinationIs(12).rangeIdIs(2);
-    rules(2).entryIs(key, NerioTest::resultOf(ruleOf(1, false, 9, 2)));
+TEST_F(AclWayTest, ARuleOfAPortRangeDecidesWhereTheRangeHoldsThePort) {
+    auto const key = pairKey(clients(), server()).portIs(0).combinationIs(12).rangeIdIs(5);
+    rules(2).entryIs(key, NerioTest::resultOf(ruleOf(1, false, 9, 5)));
     auto const way = wayOf(toServer());
-    EXPECT_EQ(way.stages.at(1).decision, "no rule applies; rules of port ranges are passed over");
-    EXPECT_THAT(textOf(toServer()), HasSubstr(" -> priority 1, action deny, counter 9, port range 2\n"));
+    EXPECT_EQ(stageOf(way, "ACL").decision,
+              "no rule applies; rules whose port range does not hold the port are passed over");
+    auto const ranges = aclPortRangeTableFactory("ranges", 0);
+    nat.framework->tableIs(ranges, cold);
+    ranges->entryIs(AclPortRangeKey::fromAclIdAndRow(3, 1), AclPortRangeResult(1).addRange({5, 80, 81}));
+    EXPECT_EQ(stageText(textOf(toServer()), "ACL"),
+              fmt::format("ACL              denied by a rule of priority 1, counter 9\n"
+                          "    ingress/processor_acl[0]/table2/pipeline0, {}: combination 12, ACL 3, "
+                          "source 10.30.0.0/16, destination 10.20.0.53/32, protocol 1 -> "
+                          "priority 1, action deny, counter 9, port range 5\n"
+                          "    ingress/processor_acl[0]/portRanges/pipeline0, row 7: ACL 3, port range 5, "
+                          "port 80 -> port is within\n",
+                          placeText(rules(2).createHashEntry(key, true)->hwIndex(), 4096)));
+    auto packet = toServer();
+    packet.bytes = bytesOf(IpProtocol::tcp, {ip(10, 30, 0, 9), 80}, {ip(10, 20, 0, 53), 82});
+    EXPECT_EQ(stageOf(wayOf(packet), "ACL").decision,
+              "no rule applies; rules whose port range does not hold the port are passed over");
+    EXPECT_THAT(textOf(packet), HasSubstr(", port range 5, port 82 -> port is outside\n"));
+    packet.bytes = bytesOf(IpProtocol::icmp, {ip(10, 30, 0, 9), 0}, {ip(10, 20, 0, 53), 0});
+    EXPECT_THAT(stageOf(wayOf(packet), "ACL").decision, HasSubstr("no rule applies"))
+        << "a packet without ports is in no range";
+}
+
+TEST_F(AclWayTest, APacketsProtocolIsTheOneOfTheChipUnlessItIsTold) {
+    rules(2).entryIs(pairKey(clients(), server()), NerioTest::resultOf(ruleOf(12, false, 143)));
+    auto packet = toServer();
+    packet.aclProtocol.reset();
+    EXPECT_EQ(stageText(textOf(packet), "ACL"),
+              "ACL              no rule applies\n"
+              "    ingress/processor_acl[0]/protocols/pipeline0, row 6: IP protocol 6 -> protocol 0\n"
+              "    ingress/processor_acl[0]/table0/pipeline0: ACL 3, source 10.30.0.9:4000, "
+              "destination 10.20.0.53:80, protocol 0 -> no row\n"
+              "    ingress/processor_acl[0]/table1/pipeline0: ACL 3, source 10.30.0.9:4000, "
+              "destination 10.20.0.53:80, protocol 0 -> no row\n"
+              "    ingress/processor_acl[0]/table2/pipeline0: ACL 3, source 10.30.0.9:4000, "
+              "destination 10.20.0.53:80, protocol 0 -> no row\n"
+              "    ingress/processor_acl[0]/table5/pipeline0: VRF 0, source 10.30.0.9:4000, "
+              "destination 10.20.0.53:80 -> no row\n")
+        << "nobody gave it a number";
+    auto const protocols = protocolRemapTableFactory("protocols", 0);
+    nat.framework->tableIs(protocols, cold);
+    protocols->entryIs(ProtocolRemapKey(6), ProtocolRemapResult(1));
+    EXPECT_EQ(stageOf(wayOf(packet), "ACL").decision, "denied by a rule of priority 12, counter 143");
+    EXPECT_THAT(textOf(packet), HasSubstr("/protocols/pipeline0, row 6: IP protocol 6 -> protocol 1\n"));
+    packet.aclProtocol = 2;
+    EXPECT_EQ(stageOf(wayOf(packet), "ACL").decision, "no rule applies");
+    EXPECT_THAT(textOf(packet), Not(HasSubstr("/protocols/")));
 }
 
 /** Rules and packets of few addresses, ports and protocols, so that they meet. */
@@ -218,7 +264,7 @@ TEST_F(AclWayTest, APacketHitsTheRulesThatItIsOfAndNoOthers) {
         auto const packet = random.packet();
         auto const expected = static_cast<std::size_t>(
             std::ranges::count_if(keys, [&](auto const& key) { return RandomRules::matches(key, packet); }));
-        auto const lookups = wayOf(packet).stages.at(1).lookups;
+        auto const lookups = stageOf(wayOf(packet), "ACL").lookups;
         auto const found = static_cast<std::size_t>(
             std::ranges::count_if(lookups, [](auto const& lookup) { return lookup.result.has_value(); }));
         ASSERT_EQ(found, expected);
@@ -237,7 +283,7 @@ TEST(AclChains, BothChainsDecideAndKeysWithoutLengthsAreOfWholeAddresses) {
         ArrivingPacket const packet{
             .aclId = 3, .aclProtocol = 1, .bytes = bytesOf(IpProtocol::tcp, inside, {ip(10, 20, 0, 3), 1})};
         auto const decision = [&] {
-            return Chip::packetWay(*nat.chip, *nat.profile, packet).stages.at(1).decision;
+            return Chip::packetWay(*nat.chip, *nat.profile, packet).stages.at(3).decision;
         };
         table->entryIs(NerioSwitch::AclHashKey(key).secondPrefixIs(NerioTest::prefixOf({10, 20, 0, 2}, 31)),
                        NerioTest::resultOf(ruleOf(9, true, 5), ruleOf(3, false)));

@@ -6,10 +6,12 @@
 #include "Ipv4Packet.h"
 #include "LpmFixture.h"
 #include "NatSwitch.h"
+#include "NerioSwitchTable/NerioTableAclPortRange.h"
 #include "NerioSwitchTable/NerioTableL3FloodArp.h"
 #include "NerioSwitchTable/NerioTableL3FloodBitmap.h"
 #include "NerioSwitchTable/NerioTableL3Lag.h"
 #include "NerioSwitchTable/NerioTablePortConfig.h"
+#include "NerioSwitchTable/NerioTableProtocolRemap.h"
 #include "NerioSwitchTable/NerioTableSG.h"
 #include "NerioSwitchTable/NerioTableStarG.h"
 #include "NerioSwitchTable/NerioTableVlanGroup.h"
@@ -85,10 +87,20 @@ protected:
             end = text.find('\n', end + 1);
         return text.substr(begin + 1, end - begin);
     }
+    /** A stage that the packet came through. */
+    static Chip::PacketStage const& stageOf(Chip::PacketWay const& way, std::string const& name) {
+        auto const stage = std::ranges::find(way.stages, name, &Chip::PacketStage::name);
+        if (stage == way.stages.end()) throw std::out_of_range("no stage " + name);
+        return *stage;
+    }
+    /** Their names, without those of a chip that nobody told of VLANs. */
     static std::vector<std::string> namesOf(Chip::PacketWay const& way) {
         std::vector<std::string> names;
-        for (auto const& stage : way.stages)
+        for (auto const& stage : way.stages) {
+            bool const passedOver = stage.decision.starts_with("passed over: ");
+            if (passedOver && stage.name.ends_with("VLAN")) continue;
             names.push_back(stage.name);
+        }
         return names;
     }
 

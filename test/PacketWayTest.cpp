@@ -52,6 +52,8 @@ TEST_F(PacketWayTest, ATranslatedPacketLeavesWithTheOutsideAddress) {
             "\n"
             "ingress port     port 1 is in mode access\n"
             "    egress/port[1]/vlan_cfg: port 1 -> mode access\n"
+            "native VLAN      passed over: port 1 has no native VLAN; VLAN 1 is taken\n"
+            "VLAN             passed over: no VLAN has a member\n"
             "ACL              no rule applies; no ACL is named, so that only rules of the VRF were asked\n"
             "    ingress/processor_acl[0]/table5/pipeline0: VRF 0, source 10.0.0.5:8080, "
             "destination 198.51.100.7:40000 -> no row\n"
@@ -225,8 +227,10 @@ TEST_F(PacketWayTest, ARoutedPacketLeavesByTheFirstPortOrAsTold) {
         "    ingress/processor_l3[0]/lpm11, row 2128: VRF 1, destination 10.0.0.5 -> cell 0, next hop 133, "
         "L3 LAG 5, rewrite 2\n");
     EXPECT_EQ(stageText(text, "L3 LAG"),
-              "L3 LAG           L3 LAG 5 has ports 3, 6 and the CPU; the first of them is taken\n"
+              "L3 LAG           L3 LAG 5 has ports 3, 6 and the CPU\n"
               "    ingress/processor_l3[0]/l3Lag, row 5: L3 LAG 5 -> ports 3 6 52\n");
+    EXPECT_EQ(stageText(text, "LAG member"),
+              "LAG member       passed over: no LAG is met; the first port is taken\n");
     packet.egressPort = 9;
     text = textOf(packet);
     EXPECT_THAT(text, HasSubstr("has ports 3, 6 and the CPU; port 9 is taken, as told\n"));
@@ -312,16 +316,17 @@ TEST_F(PacketWayTest, JsonHasWhatTheTextHas) {
                                            {"port", 1},
                                            {"vlan", 1},
                                            {"vrf", 0}}));
-    ASSERT_EQ(json["stages"].size(), 8u);
-    EXPECT_EQ(json["stages"][5],
+    ASSERT_EQ(json["stages"].size(), 10u);
+    EXPECT_EQ(json["stages"][7],
               Agent::Json::parse(R"({"stage":"L3 LAG","decision":"L3 LAG 9 has port 30","lookups":[
                   {"memory":"ingress/processor_l3[0]/l3Lag","way":null,"row":9,"key":{"l3Lag":9},
                    "result":{"ports":[30],"cpuPriority":false,"natEnabled":false}}]})"));
-    EXPECT_EQ(json["stages"][1]["lookups"][0]["result"], nullptr);
+    EXPECT_EQ(json["stages"][3]["lookups"][0]["result"], nullptr);
     ASSERT_EQ(json["copies"].size(), 1u);
     EXPECT_EQ(json["copies"][0]["packet"]["src"], "192.0.2.1");
     EXPECT_EQ(json["copies"][0]["packet"]["sport"], 80);
     EXPECT_EQ(json["copies"][0]["vlan"], nullptr);
+    EXPECT_EQ(json["mirrored"], Agent::Json::array());
 }
 
 TEST_F(PacketWayTest, AskingLeavesTheChipAsItIs) {
@@ -336,8 +341,8 @@ TEST_F(PacketWayTest, WhatTheChipLacksIsPassedOver) {
     nat.profile->hwApi = {1, 0};
     ArrivingPacket const packet{.egressPort = 8, .bytes = bytesOf(IpProtocol::icmp, inside, peer)};
     auto const way = wayOf(packet);
-    EXPECT_EQ(way.stages.at(1).decision, "passed over: ACL lookup: no rows are known of hardware API 1.0");
-    EXPECT_EQ(way.stages.at(4).decision, "passed over: route lookup: no rows are known of 16 VRFs");
+    EXPECT_EQ(stageOf(way, "ACL").decision, "passed over: ACL lookup: no rows are known of hardware API 1.0");
+    EXPECT_EQ(stageOf(way, "route").decision, "passed over: route lookup: no rows are known of 16 VRFs");
     EXPECT_EQ(way.fate, PacketFate::forwarded);
     nat.profile->natProfile = false;
     EXPECT_THAT(namesOf(wayOf(packet)), ElementsAre("ingress port", "ACL", "route", "L3 LAG", "egress port"));

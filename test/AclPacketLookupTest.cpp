@@ -9,7 +9,7 @@
 #include "PackedWords.h"
 #include "TraceCapture.h"
 #include "agent/Verify.h"
-#include "chip/AclProcessor.h"
+#include "chip/AclPacketLookup.h"
 
 namespace {
 
@@ -131,18 +131,21 @@ protected:
     void ruleIs(U8 protocol, U16 port, NerioSwitch::HwAclRule const& rule) {
         rules->entryIs(NerioSwitch::AclHashKey()
                            .aclIdIs(3)
-                           .combinationIs(0)
+                           .combinationIs(port == 0 ? 0 : 1)
                            .secondPrefixIs(NerioTest::prefixOf({192, 0, 2, 1}, 32))
                            .protocolIs(protocol)
                            .portIs(port),
                        NerioTest::resultOf(rule));
     }
-    /** The priority of the rule for a packet to 192.0.2.1; 0 for none. */
+    /** The priority of the rule for a packet to that port of 192.0.2.1; 0 for none. */
     U32 priorityFor(U8 ipProtocol, U16 port, U8 aclId = 3) {
-        Chip::AclFields const fields{.aclId = aclId, .secondAddress = 0xC0000201};
-        auto const hit = Chip::AclProcessor(*chip(), *profile)
-                             .find({.fields = fields, .ipProtocol = ipProtocol, .port = port}, 0, pipeline);
-        return hit ? hit->rule.priority : 0;
+        return priorityFor({.destination = 0xC0000201, .protocol = ipProtocol, .transport = {{9, port, 0}}},
+                           aclId);
+    }
+    U32 priorityFor(Chip::Ipv4Headers const& packet, U8 aclId = 3) {
+        Chip::AclPacketLookup const lookup(*chip(), *profile);
+        auto const deciding = Chip::decidingRules(lookup.rulesOf(packet, {.aclId = aclId}, pipeline));
+        return deciding.empty() ? 0 : deciding.front().rule.priority;
     }
 
     Belmo::Ptr<NerioSwitch::ProfileInfo> profile = NerioSwitch::profilePreset("default");
@@ -213,10 +216,35 @@ TEST_P(AclWithRanges, ARuleWithARangeHoldsForItsPortsAlone) {
         EXPECT_EQ(priorityFor(6, in), 20u);
         EXPECT_EQ(priorityFor(6, out), 0u);
         EXPECT_EQ(priorityFor(6, in, 4), 0u) << "another ACL";
+        EXPECT_EQ(priorityFor({.destination = 0xC0000201, .protocol = 6}), 0u) << "a packet without ports";
         ruleIs(1, out, ruleOf(40));
         EXPECT_EQ(priorityFor(6, out), 40u) << "a rule of the port itself has no range";
         rules->entryDelAll();
     }
+}
+
+TEST_P(AclWithRanges, TheRangeIsOfThePortThatTheRuleLooksAt) {
+    start(StartMode::cold);
+    protocols->entryIs(ProtocolRemapKey(6), ProtocolRemapResult(1));
+    ranges->entryIs(AclPortRangeKey::fromAclIdAndRow(3, 0), AclPortRangeResult(0).addRange({1, 80, 443}));
+    auto const priority = [&](U8 combination, U16 source, U16 destination) {
+        rules->entryDelAll();
+        rules->entryIs(NerioSwitch::AclHashKey()
+                           .aclIdIs(3)
+                           .combinationIs(combination)
+                           .secondPrefixIs(NerioTest::prefixOf({192, 0, 2, 1}, 32))
+                           .protocolIs(1),
+                       NerioTest::resultOf(ruleOf(20, true, 5, 1)));
+        return priorityFor(
+            {.destination = 0xC0000201, .protocol = 6, .transport = {{source, destination, 0}}});
+    };
+    for (U8 const combination : {U8{0}, U8{1}, U8{3}}) {
+        SCOPED_TRACE(int{combination});
+        EXPECT_EQ(priority(combination, 9, 80), 20u);
+        EXPECT_EQ(priority(combination, 80, 9), 0u);
+    }
+    EXPECT_EQ(priority(2, 9, 80), 0u);
+    EXPECT_EQ(priority(2, 80, 9), 20u);
 }
 
 TEST_P(AclWithRanges, TheChipHoldsPortsAgainstRandomRangesAsTheyWereMeant) {
