@@ -131,7 +131,8 @@ TEST_F(MemoryMap, AChipWithoutACpuPipelineOrRowsOfAddressesHasNoMemoryForThem) {
     profile->macVlanRows = {0, 16};
     EXPECT_THAT(names(), Contains("ingress/vlan[1]/vlans"));
     for (auto const& name : names())
-        EXPECT_TRUE(name.find("macVlans") == name.npos && name.find("cpu_pipeline[0]/vlan") == name.npos) << name;
+        EXPECT_TRUE(name.find("macVlans") == name.npos && name.find("cpu_pipeline[0]/vlan") == name.npos)
+            << name;
 }
 
 TEST_F(MemoryMap, RowsOfPairsHave13BitsInThreeWaysAndAFifthWordFromVersion6On) {
