@@ -458,10 +458,10 @@ TEST(CommandTest, ASubcommandIsRequired) {
 }
 
 TEST(CommandTest, OutputThatIsLostIsAFailure) {
-    auto const run = std::string(nerioCommand) + " run > /dev/full 2> /dev/null";
+    auto const run = std::string(NerioTest::nerioCommand) + " run > /dev/full 2> /dev/null";
     EXPECT_EQ(WEXITSTATUS(std::system(run.c_str())), 1);
-    auto const script =
-        std::string("echo '{\"op\":\"capacity\"}' | ") + nerioCommand + " script > /dev/full 2> /dev/null";
+    auto const script = std::string("echo '{\"op\":\"capacity\"}' | ") + NerioTest::nerioCommand +
+                        " script > /dev/full 2> /dev/null";
     EXPECT_EQ(WEXITSTATUS(std::system(script.c_str())), 1);
 }
 
