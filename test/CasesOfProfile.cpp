@@ -1,12 +1,16 @@
 #include "CasesOfProfile.h"
 
+#include <algorithm>
+#include <set>
 #include <utility>
 
 #include "NerioSwitchTable/NerioAclRow.h"
 #include "NerioSwitchTable/NerioCoppRegisterMapping.h"
 #include "NerioSwitchTable/NerioTableCopp.h"
 #include "NerioSwitchTable/NerioTableLpm11.h"
+#include "NerioSwitchTable/NerioTableLpmTables.h"
 #include "NerioSwitchTable/NerioTableSG.h"
+#include "NerioSwitchTable/NerioTableStarG.h"
 #include "NerioSwitchTable/NerioTableVlanMembership.h"
 #include "RandomAcl.h"
 #include "agent/SGJson.h"
@@ -146,6 +150,39 @@ void coppOf(ProfileInfo const& profile, FamilyCase& family) {
     };
 }
 
+using StageRows = std::set<std::pair<U8, U32>>;
+
+/** The rows, by way, in which the keys of the stage of routes of 27 to 29 bits may stand. */
+StageRows rowsOfLpm29(ProfileInfo const& profile) {
+    StageRows rows;
+    auto const stage =
+        std::ranges::find(familyCases(), "lpm29", [](auto const& each) { return each.spec.family; });
+    Random random(29);
+    for (int i = 0; i < 200; ++i) {
+        auto const key =
+            Agent::fromJson<NerioSwitch::LpmKey>(stage->randomKey(random, profile), Agent::Place());
+        for (U8 way = 0; way < 2; ++way)
+            rows.emplace(way, LpmStageCuckooEntry<29>(key).getHash(way));
+    }
+    return rows;
+}
+
+/** Every other key has a row that a route of 27 to 29 bits may stand in. */
+void starGOf(ProfileInfo const& profile, FamilyCase& family) {
+    auto const rows = rowsOfLpm29(profile);
+    std::vector<Json> keys;
+    for (U32 number = 1; keys.size() < 24; ++number) {
+        NerioSwitch::MrouteKey const key{
+            {{}, 32}, {Lanvo::IpAddr::fromHostOrder(0xE0000000u | (number * 4099 & 0xFFFFFFF)), 32}, 1};
+        StarGTableCuckooEntry const item(key);
+        if (rows.contains({0, item.getHash(0)}) || rows.contains({1, item.getHash(1)}))
+            keys.push_back(toJson(key));
+    }
+    family.randomKey = [drawn = family.randomKey, keys](Random& random, ProfileInfo const& profileOfKey) {
+        return below(random, 2) == 0 ? drawn(random, profileOfKey) : keys[below(random, keys.size())];
+    };
+}
+
 /** How many pipelines or pairs of them a family's tables are for, and how far apart these are numbered. */
 struct Numbering {
     char const* name;
@@ -172,6 +209,7 @@ void generationIs(ProfileInfo const& profile, FamilyCase& family) {
     if (name == "lpm11") lpm11Of(profile, family);
     if (name == "sG") sgOf(profile, family);
     if (name == "copp") coppOf(profile, family);
+    if (name == "starG") starGOf(profile, family);
 }
 
 }  // namespace

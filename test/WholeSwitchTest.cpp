@@ -1,9 +1,11 @@
 // All families at once on one switch: on the chip of each generation, and under random operations.
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -116,7 +118,25 @@ public:
         return count;
     }
 
+    /** How many rows that hold an entry of `holder` are rows of a hash of an entry of `other`. */
+    std::size_t meetings(std::string_view holder, std::string_view other) const {
+        auto const& held = member(holder);
+        RowsTaken rows;
+        takeRows(*held.table, placedEntries(*held.table), rows);
+        std::size_t count = 0;
+        auto const& asking = *member(other).table;
+        for (auto const& [key, result] : asking.entries()) {
+            auto const hash = *asking.hash(key, Place());
+            for (std::size_t way = 0; way < hash["hashes"].size(); ++way)
+                count += rows.count(Agent::Json{{"table", way}, {"row", hash["hashes"][way]}}.dump());
+        }
+        return count;
+    }
+
 private:
+    Member const& member(std::string_view name) const {
+        return *std::ranges::find(members_, name, [](auto const& each) { return each.family.spec.name; });
+    }
     /** Entries that came back although they had been deleted. */
     static std::vector<Agent::Json> deletedKeys(Member const& member) {
         std::vector<Agent::Json> keys;
@@ -211,14 +231,16 @@ TEST(WholeSwitchWalkTest, TablesThatShareHardwareLeaveEachOtherAlone) {
     WholeSwitch target("default");
     target.start(StartMode::cold);
     std::size_t withoutPlace = 0;
+    std::size_t meetings = 0;
     for (int round = 0; round < rounds; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
-        for (int i = 0; i < 200; ++i) {
+        for (int i = 0; i < 400; ++i) {
             auto& member = target.members()[below(random, target.members().size())];
             target.operate(member, random, 1 + below(random, 4));
         }
         target.expectModels();
         withoutPlace += target.withoutPlace();
+        meetings += target.meetings("lpm29", "starG");
         ASSERT_FALSE(::testing::Test::HasFailure());
         target.restartWarm();
         target.expectModels();
@@ -226,6 +248,7 @@ TEST(WholeSwitchWalkTest, TablesThatShareHardwareLeaveEachOtherAlone) {
         ASSERT_FALSE(::testing::Test::HasFailure());
     }
     EXPECT_GT(withoutPlace, 0u) << "keys do not crowd";
+    EXPECT_GT(meetings, 0u) << "no row is wanted by both tables that have it";
 }
 
 }  // namespace
