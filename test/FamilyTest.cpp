@@ -5,12 +5,10 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "NerioSwitchApi/TableFramework.h"
