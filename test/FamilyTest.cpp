@@ -5,12 +5,10 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "NerioSwitchApi/TableFramework.h"
@@ -18,6 +16,7 @@
 #include "BuildUnderTest.h"
 #include "ChildProcess.h"
 #include "FamilyCases.h"
+#include "FamilyModel.h"
 #include "TemporaryDirectory.h"
 #include "agent/Verify.h"
 #include "chip/FaultyBus.h"
@@ -29,105 +28,6 @@ using namespace NerioTest;
 using Agent::Json;
 using Agent::Place;
 using NerioSwitchApi::StartMode;
-
-/** The entries that an agent wants: key to result, both as text, since JSON has no order of its own. */
-using Model = std::map<std::string, std::string>;
-
-/** One call of an agent. Without a result it is a deletion. */
-struct Operation {
-    Json key;
-    std::optional<Json> result;
-};
-
-std::vector<Operation> randomOperations(FamilyCase const& family, NerioSwitch::ProfileInfo const& profile,
-                                        Random& random, std::size_t count) {
-    std::vector<Operation> operations;
-    for (std::size_t i = 0; i < count; ++i) {
-        Operation operation{family.randomKey(random, profile), std::nullopt};
-        if (below(random, 4) != 0) operation.result = family.randomResult(random, operation.key);
-        operations.push_back(std::move(operation));
-    }
-    return operations;
-}
-
-void carryOut(Operation const& operation, Agent::JsonTable& table) {
-    if (operation.result) {
-        table.entryIs(operation.key, *operation.result, Place());
-    } else {
-        table.entryDel(operation.key, Place());
-    }
-}
-
-void carryOut(Operation const& operation, Model& model) {
-    if (operation.result) {
-        model[operation.key.dump()] = operation.result->dump();
-    } else {
-        model.erase(operation.key.dump());
-    }
-}
-
-Model entriesOf(Agent::JsonTable const& table) {
-    Model model;
-    for (auto const& [key, result] : table.entries())
-        model[key.dump()] = result.dump();
-    return model;
-}
-
-/** The model behind a warm restart: without what hardware does not tell. */
-Model afterRestart(FamilyCase const& family, Model const& model) {
-    Model back;
-    for (auto const& [key, result] : model) {
-        auto const returned = family.comesBack(Json::parse(key), Json::parse(result));
-        if (!returned.is_null()) back[key] = returned.dump();
-    }
-    return back;
-}
-
-/** Register writes that a warm restart owes for these entries. */
-U64 restartWrites(FamilyCase const& family, Model const& model) {
-    U64 writes = 0;
-    if (!family.restartWrites) return writes;
-    for (auto const& [key, result] : model)
-        writes += family.restartWrites(Json::parse(key), Json::parse(result));
-    return writes;
-}
-
-/**
- * An agent that comes back: wants nothing but what it wanted. Keys that are marked had copies that disagreed;
- * where none of them became an entry, the agent has their rows written again.
- */
-void reconcile(Model const& wanted, Agent::JsonTable& table) {
-    bool const isHash = table.placement().has_value();
-    for (auto const& key : table.inconsistent()) {
-        if (!isHash && !wanted.contains(key.dump())) table.handleEntry(key, Place());
-    }
-    for (auto const& [key, result] : table.entries()) {
-        if (!wanted.contains(key.dump())) table.entryDel(key, Place());
-    }
-    for (auto const& [key, result] : wanted)
-        table.entryIs(Json::parse(key), Json::parse(result), Place());
-}
-
-/** The entries that stand in hardware: all but those of a hash table that found no place. */
-Model placedEntries(Agent::JsonTable const& table) {
-    auto placed = entriesOf(table);
-    auto const status = table.status();
-    if (!status) return placed;
-    EXPECT_EQ(status->size(), placed.size()) << "a status for each entry";
-    for (auto const& record : *status) {
-        if (record["status"] != 0) placed.erase(record["key"].dump());
-    }
-    return placed;
-}
-
-U64 movesSoFar(Agent::JsonTable const& table) {
-    auto const placement = table.placement();
-    if (!placement) return 0;
-    U64 moves = 0;
-    for (std::size_t length = 0; length < placement->moves.size(); ++length)
-        moves += length * placement->moves[length];
-    return moves;
-}
 
 /** A switch with one table of a family, over a chip and a shadow in memory or in a directory. */
 class FamilySwitch {
@@ -182,17 +82,9 @@ private:
         EXPECT_EQ(bus_->writes(), before);
     }
     void expectRowsOfTheirHashes() const {
-        std::set<std::string> rows;
         auto const placed = placedEntries(*table_);
-        for (auto const& [text, result] : placed) {
-            auto const key = Json::parse(text);
-            auto const location = *table_->location(key, Place());
-            ASSERT_FALSE(location.is_null()) << text;
-            auto const hash = *table_->hash(key, Place());
-            EXPECT_EQ(location["row"], hash["hashes"][location["table"].get<std::size_t>()]) << text;
-            EXPECT_GT(hash["bits"], 0) << text;
-            EXPECT_TRUE(rows.insert(location.dump()).second) << text << " shares its row";
-        }
+        RowsTaken rows;
+        takeRows(*table_, placed, rows);
         EXPECT_EQ(table_->placement()->rowsInUse, placed.size());
         for (auto const& counter : framework_->gauges().counters())
             EXPECT_EQ(counter->used(), placed.size());

@@ -163,6 +163,62 @@ TEST(ProfilePreset, DefaultHasACopyAndAProcessorOfEachTableOnEachPipe) {
     EXPECT_EQ(profile->layouts, layouts);
 }
 
+TEST(ProfilePreset, IsThereForEachHardwareGeneration) {
+    struct Expected {
+        char const* preset;
+        ProfileHwApi hwApi;
+        U32 vlanRegVer;
+        U32 aclRegVer;
+        U32 numVrfs;
+        bool isOld;
+    };
+    for (Expected const& expected : {Expected{"api2", {2, 0}, 1, 1, 4, true},
+                                     {"api3", {3, 0}, 2, 1, 4, true},
+                                     {"api4", {4, 1}, 3, 1, 4, true},
+                                     {"api5", {5, 1}, 4, 2, 4, false},
+                                     {"api6", {6, 1}, 6, 2, 4, false},
+                                     {"api7", {7, 9}, 7, 2, 8, false},
+                                     {"api8", {8, 0}, 7, 2, 8, false},
+                                     {"api9", {9, 0}, 7, 2, 8, false},
+                                     {"api10", {10, 0}, 7, 2, 32, false}}) {
+        SCOPED_TRACE(expected.preset);
+        auto const profile = NerioSwitch::profilePreset(expected.preset);
+        ASSERT_TRUE(profile);
+        EXPECT_EQ(profile->hwApi, expected.hwApi);
+        EXPECT_EQ(profile->vlanRegVer, expected.vlanRegVer);
+        EXPECT_EQ(profile->aclRegVer, expected.aclRegVer);
+        EXPECT_EQ(profile->numVrfs, expected.numVrfs);
+        EXPECT_EQ(profile->noMuxInRegName, !expected.isOld);
+        EXPECT_EQ(profile->floodSetParity, !expected.isOld);
+        EXPECT_EQ(profile->natProfile, !expected.isOld);
+        EXPECT_EQ(profile->numPorts, 52);
+    }
+    EXPECT_FALSE(NerioSwitch::profilePreset("api1"));
+    EXPECT_FALSE(NerioSwitch::profilePreset("api11"));
+}
+
+TEST(ProfilePreset, HasPipesInPairsUpToTheFifthGeneration) {
+    auto const paired = NerioSwitch::profilePreset("api5");
+    NerioSwitch::PipeRangeInfoMap const pipes{
+        {0, {0, 0, 12}}, {1, {1, 13, 25}}, {2, {2, 26, 38}}, {3, {3, 39, 51}}};
+    EXPECT_EQ(paired->ingressPipeRangeInfo, pipes);
+    EXPECT_EQ(paired->egressPipeRangeInfo, pipes);
+    EXPECT_EQ(paired->numPipelines, 4);
+    EXPECT_FALSE(paired->aclPipeModeCapable);
+    TableLayout const acl{2, 4, 2, 2048, {0, 0, 1, 1}, {0, 0, 1, 1}};
+    TableLayout const other{2, 4, 2, 0, {0, 0, 1, 1}, {0, 0, 1, 1}};
+    TableLayout const egress{4, 4, 4, 0, {0, 1, 2, 3}, {0, 1, 2, 3}};
+    std::map<TableLayoutEnum, TableLayout> const layouts{{TableLayoutEnum::tableLayoutAcl, acl},
+                                                         {TableLayoutEnum::tableLayoutL2, other},
+                                                         {TableLayoutEnum::tableLayoutEgress, egress},
+                                                         {TableLayoutEnum::tableLayoutL3, other},
+                                                         {TableLayoutEnum::tableLayoutVlan, other}};
+    EXPECT_EQ(paired->layouts, layouts);
+    auto const behind = NerioSwitch::profilePreset("api6");
+    EXPECT_EQ(behind->layouts, NerioSwitch::profilePreset("default")->layouts);
+    EXPECT_TRUE(behind->aclPipeModeCapable);
+}
+
 TEST(TableLayoutEnum, HasTheChipsNumbers) {
     EXPECT_EQ(TableLayoutEnum::tableLayoutAcl, TableLayoutEnum{0});
     EXPECT_EQ(TableLayoutEnum::tableLayoutL2, TableLayoutEnum{5});

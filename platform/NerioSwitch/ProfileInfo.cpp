@@ -49,6 +49,64 @@ Belmo::Ptr<ProfileInfo> defaultPreset() {
     return profile;
 }
 
+/** What a generation of the hardware does otherwise than the default preset. */
+struct Generation {
+    char const* preset;
+    ProfileHwApi hwApi;
+    RegisterFormatVersion vlanRegVer;
+    U32 aclRegVer;
+    U32 numVrfs;
+    /** Four pipes of 13 ports, of which two share a copy or a processor at their ingress side; else two of
+     * 26. */
+    bool pipesInPairs;
+    bool noMuxInRegName;
+    bool floodSetParity;
+    bool natProfile;
+};
+
+constexpr bool yes = true;
+constexpr bool no = false;
+
+// clang-format off
+constexpr Generation generations[] = {
+    //                VLAN, ACL, VRFs, in pairs, no mux, parity, NAT profile
+    {"api2",  {2, 0},   1,   1,    4,      yes,     no,     no,          no},
+    {"api3",  {3, 0},   2,   1,    4,      yes,     no,     no,          no},
+    {"api4",  {4, 1},   3,   1,    4,      yes,     no,     no,          no},
+    {"api5",  {5, 1},   4,   2,    4,      yes,    yes,    yes,         yes},
+    {"api6",  {6, 1},   6,   2,    4,       no,    yes,    yes,         yes},
+    {"api7",  {7, 9},   7,   2,    8,       no,    yes,    yes,         yes},
+    {"api8",  {8, 0},   7,   2,    8,       no,    yes,    yes,         yes},
+    {"api9",  {9, 0},   7,   2,    8,       no,    yes,    yes,         yes},
+    {"api10", {10, 0},  7,   2,   32,       no,    yes,    yes,         yes},
+};
+// clang-format on
+
+void pairPipes(ProfileInfo& profile) {
+    std::vector<PipeRangeInfo> const pipes{{0, 0, 12}, {1, 13, 25}, {2, 26, 38}, {3, 39, 51}};
+    profile.ingressPipesAre(pipes);
+    profile.egressPipesAre(pipes);
+    profile.numPipelines = 4;
+    profile.aclPipeModeCapable = false;
+    for (auto& [id, layout] : profile.layouts)
+        layout = {2, 4, 2, 0, {0, 0, 1, 1}, {0, 0, 1, 1}};
+    profile.layouts[TableLayoutEnum::tableLayoutAcl].size = 2048;
+    profile.layouts[TableLayoutEnum::tableLayoutEgress] = {4, 4, 4, 0, {0, 1, 2, 3}, {0, 1, 2, 3}};
+}
+
+Belmo::Ptr<ProfileInfo> presetOf(Generation const& generation) {
+    auto profile = defaultPreset();
+    profile->hwApi = generation.hwApi;
+    profile->vlanRegVer = generation.vlanRegVer;
+    profile->aclRegVer = generation.aclRegVer;
+    profile->numVrfs = generation.numVrfs;
+    profile->noMuxInRegName = generation.noMuxInRegName;
+    profile->floodSetParity = generation.floodSetParity;
+    profile->natProfile = generation.natProfile;
+    if (generation.pipesInPairs) pairPipes(*profile);
+    return profile;
+}
+
 }  // namespace
 
 Belmo::String ProfileHwApi::text() const {
@@ -112,7 +170,11 @@ void ProfileInfo::egressPipesAre(std::vector<PipeRangeInfo> const& pipes) {
 }
 
 Belmo::Ptr<ProfileInfo> profilePreset(Belmo::String const& name) {
-    return name == "default" ? defaultPreset() : Belmo::Ptr<ProfileInfo>();
+    if (name == "default") return defaultPreset();
+    for (auto const& generation : generations) {
+        if (name == generation.preset) return presetOf(generation);
+    }
+    return {};
 }
 
 }  // namespace NerioSwitch

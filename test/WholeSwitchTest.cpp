@@ -1,0 +1,254 @@
+// All families at once on one switch: on the chip of each generation, and under random operations.
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "NerioSwitchApi/TableFramework.h"
+
+#include "BuildUnderTest.h"
+#include "CasesOfProfile.h"
+#include "FamilyModel.h"
+#include "TraceCapture.h"
+#include "agent/Verify.h"
+#include "chip/FaultyBus.h"
+#include "chip/SimulatedChip.h"
+
+namespace {
+
+using namespace NerioTest;
+using Agent::Place;
+using NerioSwitchApi::StartMode;
+
+/** One table of the switch, and what its agent wants of it. */
+struct Member {
+    FamilyCase family;
+    std::unique_ptr<Agent::JsonTable> table;
+    Model model;
+};
+
+/** Tables that stand in the same rows have one number of rows in use between them. */
+std::string rowsOwner(Member const& member) {
+    return member.family.spec.family == "starG" ? "lpm29" : member.family.spec.name;
+}
+
+/** A switch with every table that the chip of a preset has. */
+class WholeSwitch {
+public:
+    explicit WholeSwitch(char const* preset) : profile_(NerioSwitch::profilePreset(preset)) {
+        for (auto& family : casesOfProfile(*profile_))
+            members_.push_back({std::move(family), nullptr, {}});
+    }
+
+    NerioSwitch::ProfileInfo const& profile() const { return *profile_; }
+    std::vector<Member>& members() { return members_; }
+
+    void start(StartMode mode) {
+        for (auto& member : members_)
+            member.table.reset();
+        framework_ = std::make_unique<NerioSwitchApi::TableFramework>(profile_, bus_, shadows_);
+        for (auto& member : members_) {
+            member.table = Agent::makeTable(member.family.spec);
+            framework_->tableIs(member.table->table(), mode);
+        }
+    }
+
+    void operate(Member& member, Random& random, std::size_t count) {
+        SCOPED_TRACE(member.family.spec.name);
+        for (auto const& operation : randomOperations(member.family, *profile_, random, count)) {
+            carryOut(operation, *member.table);
+            carryOut(operation, member.model);
+        }
+    }
+
+    /** Each table has what its agent wants, and the entries of hash tables stand in rows of their own. */
+    void expectModels() const {
+        std::map<std::string, RowsTaken> rows;
+        for (auto const& member : members_) {
+            SCOPED_TRACE(member.family.spec.name);
+            ASSERT_EQ(entriesOf(*member.table), member.model);
+            if (member.table->placement())
+                takeRows(*member.table, placedEntries(*member.table), rows[rowsOwner(member)]);
+        }
+        for (auto const& member : members_) {
+            auto const placement = member.table->placement();
+            if (!placement) continue;
+            EXPECT_EQ(placement->rowsInUse, rows[rowsOwner(member)].size()) << member.family.spec.name;
+        }
+    }
+
+    /** Software, shadow and chip agree on every row of all tables. */
+    void expectAgreement() const {
+        for (auto const& member : members_) {
+            auto const found = Agent::verify(*member.table->table(), [this](auto registers, auto words) {
+                                   chip_->readRow(registers, words);
+                               }).differences;
+            ASSERT_TRUE(found.empty())
+                << found.front().hwTable << " row " << found.front().row << ": " << found.front().text;
+        }
+    }
+
+    /** A warm restart writes what it owes and nothing else, and entries come back as hardware tells them. */
+    void restartWarm() {
+        auto const chipBefore = chip_->state();
+        auto const writesBefore = bus_->writes();
+        U64 owed = 0;
+        for (auto& member : members_) {
+            auto const placed = placedEntries(*member.table);
+            owed += restartWrites(member.family, placed);
+            member.model = afterRestart(member.family, placed);
+        }
+        start(StartMode::warm);
+        owed += writesOwedToDeleted();
+        EXPECT_EQ(bus_->writes(), writesBefore + owed) << "what a warm restart owes";
+        forgetDeleted();
+        EXPECT_TRUE(chip_->state() == chipBefore) << "a warm restart changed what the chip does";
+    }
+
+    /** How many entries found no place. */
+    std::size_t withoutPlace() const {
+        std::size_t count = 0;
+        for (auto const& member : members_)
+            count += member.model.size() - placedEntries(*member.table).size();
+        return count;
+    }
+
+    /** How many rows that hold an entry of `holder` are rows of a hash of an entry of `other`. */
+    std::size_t meetings(std::string_view holder, std::string_view other) const {
+        auto const& held = member(holder);
+        RowsTaken rows;
+        takeRows(*held.table, placedEntries(*held.table), rows);
+        std::size_t count = 0;
+        auto const& asking = *member(other).table;
+        for (auto const& [key, result] : asking.entries()) {
+            auto const hash = *asking.hash(key, Place());
+            for (std::size_t way = 0; way < hash["hashes"].size(); ++way)
+                count += rows.count(Agent::Json{{"table", way}, {"row", hash["hashes"][way]}}.dump());
+        }
+        return count;
+    }
+
+private:
+    Member const& member(std::string_view name) const {
+        return *std::ranges::find(members_, name, [](auto const& each) { return each.family.spec.name; });
+    }
+    /** Entries that came back although they had been deleted. */
+    static std::vector<Agent::Json> deletedKeys(Member const& member) {
+        std::vector<Agent::Json> keys;
+        if (member.family.deletedComesBack.is_null()) return keys;
+        for (auto const& [key, result] : member.table->entries()) {
+            if (result == member.family.deletedComesBack) keys.push_back(key);
+        }
+        return keys;
+    }
+    U64 writesOwedToDeleted() const {
+        U64 owed = 0;
+        for (auto const& member : members_) {
+            if (!member.family.restartWrites) continue;
+            for (auto const& key : deletedKeys(member))
+                owed += member.family.restartWrites(key, member.family.deletedComesBack);
+        }
+        return owed;
+    }
+    /** An agent does not want what it deleted. */
+    void forgetDeleted() {
+        for (auto& member : members_) {
+            for (auto const& key : deletedKeys(member))
+                member.table->entryDel(key, Place());
+        }
+    }
+
+    Belmo::Ptr<NerioSwitch::ProfileInfo> profile_;
+    Belmo::Ptr<Chip::SimulatedChip> chip_ = Chip::simulatedChip(*profile_);
+    Belmo::Ptr<Chip::FaultyBus> bus_ = Belmo::make<Chip::FaultyBus>(chip_);
+    Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows_ = NerioSwitchApi::memoryShadowStore();
+    std::unique_ptr<NerioSwitchApi::TableFramework> framework_;
+    std::vector<Member> members_;
+};
+
+class WholeSwitchTest : public ::testing::TestWithParam<char const*> {};
+
+TEST_P(WholeSwitchTest, HasEveryFamilyAtOnceAndComesBack) {
+    Random random(20264);
+    WholeSwitch target(GetParam());
+    target.start(StartMode::cold);
+    for (auto& member : target.members())
+        target.operate(member, random, 12);
+    target.expectModels();
+    target.expectAgreement();
+    ASSERT_FALSE(HasFailure());
+    target.restartWarm();
+    target.expectModels();
+    target.expectAgreement();
+    for (auto const& member : target.members()) {
+        bool const isSoftwareOnly = member.family.spec.family == "lpm";
+        EXPECT_EQ(member.model.empty(), isSoftwareOnly) << member.family.spec.name;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Generations, WholeSwitchTest,
+                         ::testing::Values("api2", "api3", "api4", "api5", "api6", "api7", "api8", "api9",
+                                           "api10", "default"),
+                         [](auto const& preset) { return std::string(preset.param); });
+
+TEST(WholeSwitchFamiliesTest, AreAllOfThemOnEachChipButForRangesBeforeApi4) {
+    std::set<std::string> known;
+    for (auto const& each : Agent::families())
+        known.emplace(each.name);
+    for (auto const* preset : {"api2", "api3", "api4", "api10"}) {
+        auto const profile = NerioSwitch::profilePreset(preset);
+        std::set<std::string> tested;
+        for (auto const& each : casesOfProfile(*profile))
+            tested.insert(each.spec.family);
+        if (profile->hwApi.majorVersion() < 4) tested.insert("aclPortRange");
+        EXPECT_EQ(tested, known) << preset;
+    }
+}
+
+TEST(WholeSwitchFamiliesTest, WithoutRangesTheChipHasNoneAndTheTableSaysSo) {
+    for (auto const* preset : {"api2", "api3"}) {
+        TraceCapture const trace("NerioTableAclPortRange", 0);
+        auto const profile = NerioSwitch::profilePreset(preset);
+        NerioSwitchApi::TableFramework framework(profile, Chip::simulatedChip(*profile),
+                                                 NerioSwitchApi::memoryShadowStore());
+        auto const table = Agent::makeTable({"aclPortRange", "ranges", {{"pipeline", 0}}});
+        framework.tableIs(table->table(), StartMode::cold);
+        EXPECT_EQ(trace.lines(),
+                  std::vector<std::string>{"No ACL range support in hwApi " + profile->hwApi.text()});
+        EXPECT_EQ(Agent::verify(*table->table()).rows, 0u);
+    }
+}
+
+int const rounds = sanitized ? 1 : 4;
+
+TEST(WholeSwitchWalkTest, TablesThatShareHardwareLeaveEachOtherAlone) {
+    Random random(20265);
+    WholeSwitch target("default");
+    target.start(StartMode::cold);
+    std::size_t withoutPlace = 0;
+    std::size_t meetings = 0;
+    for (int round = 0; round < rounds; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        for (int i = 0; i < 400; ++i) {
+            auto& member = target.members()[below(random, target.members().size())];
+            target.operate(member, random, 1 + below(random, 4));
+        }
+        target.expectModels();
+        withoutPlace += target.withoutPlace();
+        meetings += target.meetings("lpm29", "starG");
+        ASSERT_FALSE(::testing::Test::HasFailure());
+        target.restartWarm();
+        target.expectModels();
+        target.expectAgreement();
+        ASSERT_FALSE(::testing::Test::HasFailure());
+    }
+    EXPECT_GT(withoutPlace, 0u) << "keys do not crowd";
+    EXPECT_GT(meetings, 0u) << "no row is wanted by both tables that have it";
+}
+
+}  // namespace
