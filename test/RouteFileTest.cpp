@@ -18,6 +18,7 @@ using Agent::FileRoute;
 using Agent::RouteFile;
 using Agent::RouteFormat;
 using Agent::routesFromText;
+using NerioTest::sanitized;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -151,7 +152,9 @@ TEST(PlainRoutes, ALongListIsReadQuickly) {
     EXPECT_THAT(file.routes, SizeIs(900000));
     EXPECT_THAT(file.nexthops, SizeIs(200));
     RecordProperty("milliseconds", static_cast<int>(took.count() * 1000));
-    if (!sanitized) EXPECT_LT(took.count(), 5) << "a second on a machine of its own";
+    if (!sanitized) {
+        EXPECT_LT(took.count(), 5) << "a second on a machine of its own";
+    }
 }
 
 TEST(IpRoutes, AreReadWithTheirGatewaysAndInterfaces) {
@@ -281,7 +284,9 @@ TEST(DaemonRoutes, ManyPrefixesTakeNoLongerEach) {
     auto const begin = std::chrono::steady_clock::now();
     EXPECT_THAT(routesFromText(text + "}").routes, SizeIs(60000));
     std::chrono::duration<double> const took = std::chrono::steady_clock::now() - begin;
-    if (!sanitized) EXPECT_LT(took.count(), 5) << "searching all prefixes for each would take half a minute";
+    if (!sanitized) {
+        EXPECT_LT(took.count(), 5) << "searching all prefixes for each would take half a minute";
+    }
 }
 
 TEST(JsonRoutes, ATextThatIsNoneSaysWhere) {
