@@ -6,6 +6,7 @@
 #include "NerioSwitch/Indexes.h"
 
 #include "agent/ProfileJson.h"
+#include "agent/SwitchEntries.h"
 #include "agent/TextFile.h"
 
 namespace Agent {
@@ -92,14 +93,27 @@ std::vector<Value> listFromJson(Json const& json, Place const& place,
     return all;
 }
 
+[[noreturn]] void refuseTable(TableState const& table, Place const& place) {
+    throw JsonException(
+        place, fmt::format("{}: the table {} belongs to them", place.name(), shown(Json(table.spec.name))));
+}
+
 /** Refuses tables that stand in the way of those of agents. */
 template <class Tables>
 void namesAreFree(Tables const& agentTables, std::vector<TableState> const& tables, Place const& place) {
     for (auto const& taken : agentTables) {
         for (auto const& table : tables) {
-            if (table.spec.name != taken->name()) continue;
-            throw JsonException(place, fmt::format("{}: the table {} belongs to them", place.name(),
-                                                   shown(Json(table.spec.name))));
+            if (table.spec.name == taken->name()) refuseTable(table, place);
+        }
+    }
+}
+
+/** The same for those of a switch state, of which a chip has one of a family. */
+void familiesAreFree(StateFile const& file, Place const& root) {
+    for (auto const& [spec, part] : tablesOf(file.switchState)) {
+        for (auto const& table : file.tables) {
+            if (table.spec.family == spec.family || table.spec.name == spec.name)
+                refuseTable(table, root.member(part));
         }
     }
 }
@@ -173,6 +187,7 @@ Json stateToJson(StateFile const& file) {
         json["multicastRoutes"].push_back(toJson(route));
     for (auto const& translation : file.translations)
         json["translations"].push_back(toJson(translation));
+    switchStateToJson(file.switchState, json);
     return json;
 }
 
@@ -180,7 +195,10 @@ StateFile parseState(Belmo::String const& text, Belmo::String const& path) {
     try {
         Place const root;
         auto const json = parseJson(text);
-        membersAre(json, {"profile", "tables", "routes", "multicastRoutes", "translations"}, root);
+        membersAre(json,
+                   {"profile", "tables", "routes", "multicastRoutes", "translations", "vlans", "ports",
+                    "portChannels", "mirrors", "stormLimits", "cpuLimits"},
+                   root);
         auto const* profile = optionalMember(json, "profile");
         StateFile file;
         file.path = path;
@@ -189,6 +207,8 @@ StateFile parseState(Belmo::String const& text, Belmo::String const& path) {
         checkPorts(*file.profile, root.member("profile"));
         file.tables = tablesFromJson(requiredMember(json, "tables", root), root.member("tables"));
         agentsFromJson(file, json, root);
+        file.switchState = switchStateFromJson(json, root, *file.profile);
+        familiesAreFree(file, root);
         return file;
     } catch (JsonException const& failure) {
         throw StateFileException(path, failure.place(), failure.what());

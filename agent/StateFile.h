@@ -9,6 +9,7 @@
 #include "agent/MulticastAgent.h"
 #include "agent/NatAgent.h"
 #include "agent/RouteAgent.h"
+#include "agent/SwitchState.h"
 
 namespace Agent {
 
@@ -37,6 +38,9 @@ struct TableState {
  * The ports of each outgoing VLAN of a multicast route are a mask. A file with any of the three has no tables
  * of the names that the agents' tables have: "lpm11" to "lpm32", which multicast routes need as well, "sg",
  * "starG", "vlanGroups", "natMatch0", "natRewrite0" and so on.
+ *
+ * The parts of a `SwitchState` are members as well: "vlans", "ports", "portChannels", "mirrors",
+ * "stormLimits" and "cpuLimits". A file with one of them has no tables of its families.
  */
 struct StateFile {
     Belmo::String path;
@@ -46,6 +50,7 @@ struct StateFile {
     /** No two of them have the same key. */
     std::vector<MulticastRoute> multicastRoutes;
     std::vector<NatTranslation> translations;
+    SwitchState switchState;
 };
 
 /** A state file that cannot be taken: one line that names the file, the place in it and what is wrong. */

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "agent/StateFile.h"
+#include "agent/SwitchEntries.h"
 #include "nerio/CampusExample.h"
 #include "nerio/Commands.h"
 #include "nerio/Guarded.h"
@@ -42,15 +43,43 @@ StateFile stateOf(Options const& options) {
                                      : Agent::readStateFile(options.stateFile);
 }
 
-/** Makes the file's tables with their entries; nothing is programmed before the switch is started. */
-void makeTables(StateFile const& file, Switch& target) {
-    for (auto const& state : file.tables)
-        Agent::applyEntries(file, state, *target.tableIs(state.spec));
-}
+/** The tables of a state, but for those of agents, and what they are to hold. */
+class WantedTables {
+public:
+    explicit WantedTables(StateFile const& file)
+        : file_(file),
+          ofSwitchState_(Agent::tablesOf(file.switchState)),
+          entries_(Agent::SwitchEntries::of(file.switchState, *file.profile)) {}
+
+    /** Calls `visit(spec, place)` for each, with its place in the file. */
+    template <class Visit>
+    void forEach(Visit const& visit) const {
+        for (auto const& state : file_.tables)
+            visit(state.spec, state.place);
+        for (auto const& [spec, part] : ofSwitchState_)
+            visit(spec, "/" + part);
+    }
+
+    /** Gives a table its entries. */
+    void applyTo(Agent::TableSpec const& spec, Agent::JsonTable& table) const {
+        for (auto const& state : file_.tables) {
+            if (state.spec.name == spec.name) Agent::applyEntries(file_, state, table);
+        }
+        for (auto const& wanted : ofSwitchState_) {
+            if (wanted.spec.name == spec.name) entries_.applyTo(*table.table());
+        }
+    }
+
+private:
+    StateFile const& file_;
+    std::vector<Agent::SwitchTable> ofSwitchState_;
+    Agent::SwitchEntries entries_;
+};
 
 using Clock = std::chrono::steady_clock;
 
-/** Starts the switch and calls `settle` for each table that came up, all of it on the table's account. */
+/** Starts the switch and calls `settle(spec, table)` for each that came up, all of it on the table's account.
+ */
 template <class Settle>
 std::vector<TableReport> startTables(Switch& target, StartMode mode, Settle&& settle) {
     std::vector<TableReport> reports;
@@ -59,7 +88,7 @@ std::vector<TableReport> startTables(Switch& target, StartMode mode, Settle&& se
         TableReport report;
         report.spec = spec;
         report.entries = table.entryCount();
-        settle(table);
+        settle(spec, table);
         report.defaultEntries = table.defaultEntryCount();
         report.placement = table.placement();
         report.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
@@ -78,8 +107,9 @@ std::vector<TableReport> startTables(Switch& target, StartMode mode, Settle&& se
 /** The first process's part: the switch, programmed cold, and kept in the directory. */
 Json programCold(StateFile const& file, std::filesystem::path const& directory) {
     Switch target(file.profile, directory);
-    makeTables(file, target);
-    auto tables = startTables(target, StartMode::cold, [](Agent::JsonTable&) {});
+    WantedTables const wanted(file);
+    wanted.forEach([&](auto const& spec, auto const&) { wanted.applyTo(spec, *target.tableIs(spec)); });
+    auto tables = startTables(target, StartMode::cold, [](auto const&, auto const&) {});
     StartReport const report{std::move(tables), startAgents(file, target, StartMode::cold)};
     keptStateIs(directory, file);
     return toJson(report);
@@ -89,12 +119,10 @@ Json programCold(StateFile const& file, std::filesystem::path const& directory) 
 int restartWarm(std::filesystem::path const& directory) {
     auto const file = keptState(directory).value();
     Switch target(file.profile, directory);
-    for (auto const& state : file.tables)
-        target.tableIs(state.spec);
-    auto tables = startTables(target, StartMode::warm, [&](Agent::JsonTable& table) {
-        for (auto const& state : file.tables) {
-            if (state.spec.name == table.table()->name()) Agent::applyEntries(file, state, table);
-        }
+    WantedTables const wanted(file);
+    wanted.forEach([&](auto const& spec, auto const&) { target.tableIs(spec); });
+    auto tables = startTables(target, StartMode::warm, [&](auto const& spec, Agent::JsonTable& table) {
+        wanted.applyTo(spec, table);
     });
     StartReport const report{std::move(tables), startAgents(file, target, StartMode::warm)};
     fmt::print("{}\n", toJson(report).dump());
@@ -104,15 +132,18 @@ int restartWarm(std::filesystem::path const& directory) {
 /** Brings the state up on a chip in memory: what cannot be programmed is found before anything is. */
 void rehearse(StateFile const& file) {
     Switch scratch(file.profile);
-    for (auto const& state : file.tables) {
-        auto& table = *scratch.tableIs(state.spec);
+    WantedTables const wanted(file);
+    wanted.forEach([&](Agent::TableSpec const& spec, Belmo::String const& place) {
+        auto& table = *scratch.tableIs(spec);
         try {
             scratch.start(StartMode::cold);
+            wanted.applyTo(spec, table);
+        } catch (Agent::StateFileException const&) {
+            throw;
         } catch (Belmo::Exception const& failure) {
-            throw Agent::StateFileException(file.path, state.place, failure.what());
+            throw Agent::StateFileException(file.path, place, failure.what());
         }
-        Agent::applyEntries(file, state, table);
-    }
+    });
     startAgents(file, scratch, StartMode::cold);
 }
 

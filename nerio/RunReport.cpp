@@ -5,6 +5,7 @@
 #include <iterator>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "nerio/StartReport.h"
 
@@ -139,6 +140,15 @@ Json plain(Json const& tables) {
     return all;
 }
 
+/** The tables that a start wrote. */
+std::string writersText(Json const& tables) {
+    std::vector<std::string> names;
+    for (auto const& table : tables) {
+        if (table["registerWrites"] != 0) names.push_back(table["name"].get<std::string>());
+    }
+    return names.empty() ? "" : fmt::format(", of {}", fmt::join(names, ", "));
+}
+
 U64 entriesWithoutPlace(Json const& tables) {
     U64 sum = 0;
     for (auto const& table : tables) {
@@ -183,7 +193,7 @@ void printAgreement(Json const& warm) {
         writes += writesOf(warm[name]);
     }
     fmt::print("\nsoftware, shadow and chip agree on all {} rows; the warm restart wrote {}\n", rows,
-               writes == 0 ? "nothing" : fmt::format("{} registers", writes));
+               writes == 0 ? "nothing" : fmt::format("{} registers{}", writes, writersText(warm["tables"])));
 }
 
 void printJson(Json const& cold, Json const& warm, std::size_t differences) {

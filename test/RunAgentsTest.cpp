@@ -1,6 +1,7 @@
 // Routes, multicast routes and translations of state files, as `nerio run` programs them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
 
 #include "CommandProcess.h"
 #include "TemporaryDirectory.h"
@@ -120,6 +121,55 @@ TEST_F(RunAgentsTest, WhatTheChipCannotHaveIsRefusedBeforeAnythingIsProgrammed) 
                                             {"inside":"10.0.0.2","outside":"192.0.2.2","insidePort":7}])"))),
               "/translations/1: Agent::NatTranslation::insidePort == 0 != outsidePort == 0 not allowed\n");
     EXPECT_FALSE(std::filesystem::exists(directory.path("switch")));
+}
+
+TEST_F(RunAgentsTest, LayerTwoAndLimitsRunByTablesOfTheirFamilies) {
+    auto state = stateWith("vlans", Json::parse(R"({"7":{"ports":"0-3","untagged":"0-1"}})"));
+    state["portChannels"] = Json::parse(R"({"5":"2-3"})");
+    state["stormLimits"] = Json::parse(R"({"0":{"broadcast":"20 kpps"}})");
+    auto const result = runCommand({"run", stateFile(state), "--json"});
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.status, 0);
+    auto const report = Json::parse(result.output);
+    EXPECT_EQ(report["differences"], 0);
+    std::map<std::string, std::size_t> entries;
+    std::map<std::string, bool> isWrittenWarm;
+    for (auto const& table : report["cold"])
+        entries[table["name"].get<std::string>()] = table["entries"].get<std::size_t>();
+    for (auto const& table : report["warm"]) {
+        EXPECT_EQ(table["entries"], entries[table["name"].get<std::string>()]) << "all of them are adopted";
+        isWrittenWarm[table["name"].get<std::string>()] = table["registerWrites"] != 0;
+    }
+    EXPECT_EQ(entries, (std::map<std::string, std::size_t>{{"vlanMembership", 1},
+                                                           {"nativeVlan", 2},
+                                                           {"floodSet", 1},
+                                                           {"macVlan", 0},
+                                                           {"lagGroup", 2},
+                                                           {"lagMembership", 2},
+                                                           {"lagLookUp", 2},
+                                                           {"stormControl", 1}}));
+    EXPECT_EQ(isWrittenWarm, (std::map<std::string, bool>{{"vlanMembership", false},
+                                                          {"nativeVlan", false},
+                                                          {"floodSet", false},
+                                                          {"macVlan", false},
+                                                          {"lagGroup", false},
+                                                          {"lagMembership", true},
+                                                          {"lagLookUp", false},
+                                                          {"stormControl", true}}));
+    EXPECT_THAT(runCommand({"run", stateFile(state)}).output,
+                testing::ContainsRegex("the warm restart wrote [0-9]+ registers, of lagMembership, "
+                                       "stormControl\n$"));
+}
+
+TEST_F(RunAgentsTest, ATableOfStormLimitsGoesByItsNameInTheFile) {
+    Json const state{{"profile", portPairs()},
+                     {"tables", Json::parse(R"([{"family":"stormControl","name":"storms","entries":[
+                         {"key":{"portId":1,"trafficClass":"stormControlBcast"},
+                          "result":{"enabled":false,"interval":31250000}}]}])")}};
+    auto const report = Json::parse(runCommand({"run", stateFile(state), "--json"}).output);
+    EXPECT_EQ(report["cold"][0]["entries"], 1);
+    EXPECT_EQ(report["cold"][0]["name"], "storms");
+    EXPECT_EQ(report["warm"][0]["defaultEntries"], 1) << "it is set again, as hardware has no trace of it";
 }
 
 /** Routes that are loaded later share rows with those of any source. */

@@ -17,6 +17,7 @@ using Agent::Json;
 using NerioTest::CommandProcess;
 using NerioTest::CommandResult;
 using NerioTest::lineCount;
+using NerioTest::nerioCommand;
 using NerioTest::runCommand;
 using testing::HasSubstr;
 
@@ -79,7 +80,6 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "\n"
               "cold start\n"
               "  table            family                  entries     rows  register writes       time\n"
-              "  ports            portConfig                   52       52               52 TIME\n"
               "  acl servers 0    aclHash                       6     8192            40960 TIME\n"
               "  acl clients 0    aclHash                       4     8192            40960 TIME\n"
               "  acl pairs 0      aclHash                       4     8192            40960 TIME\n"
@@ -88,6 +88,22 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "  acl clients 1    aclHash                       4     8192            40960 TIME\n"
               "  flood rewrites   l3FloodArp                    2     3328            26624 TIME\n"
               "  flood ports      l3FloodBitmap                 2      256              768 TIME\n"
+              "  acl ranges 0     aclPortRange                  1       32              160 TIME\n"
+              "  acl protocols 0  protocolRemap                 2      256             1280 TIME\n"
+              "  nexthop ports    l3Lag                        19      112              336 TIME\n"
+              "  vlanMembership   vlanMembership                5    12282            49128 TIME\n"
+              "  nativeVlan       nativeVlan                   38       52               52 TIME\n"
+              "  floodSet         floodSet                      5    12282            61410 TIME\n"
+              "  macVlan          macVlan                       2     3072            15360 TIME\n"
+              "  portConfig       portConfig                   14       52               52 TIME\n"
+              "  l2Control        l2Control                     6       52               52 TIME\n"
+              "  lagHashControl   lagHashControl               44       52               52 TIME\n"
+              "  lagGroup         lagGroup                      4      104              252 TIME\n"
+              "  lagMembership    lagMembership                 4      104              312 TIME\n"
+              "  lagLookUp        lagLookUp                     4      156              312 TIME\n"
+              "  rxPortMirror     rxPortMirror                  3       52              104 TIME\n"
+              "  stormControl     stormControl                 78      208              208 TIME\n"
+              "  copp             copp                         15       45               45 TIME\n"
               "\n"
               "hash tables\n"
               "  table            family              rows in use     rows     fill   moves   no place\n"
@@ -106,7 +122,6 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "\n"
               "warm restart, in a second process\n"
               "  table            family          entries adopted     rows  register writes       time\n"
-              "  ports            portConfig                   14       52                0 TIME\n"
               "  acl servers 0    aclHash                       6     8192                0 TIME\n"
               "  acl clients 0    aclHash                       4     8192                0 TIME\n"
               "  acl pairs 0      aclHash                       4     8192                0 TIME\n"
@@ -115,6 +130,22 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "  acl clients 1    aclHash                       4     8192                0 TIME\n"
               "  flood rewrites   l3FloodArp                    2     3328                0 TIME\n"
               "  flood ports      l3FloodBitmap                 2      256                0 TIME\n"
+              "  acl ranges 0     aclPortRange                  1       32                0 TIME\n"
+              "  acl protocols 0  protocolRemap                 2      256                0 TIME\n"
+              "  nexthop ports    l3Lag                        19      112                0 TIME\n"
+              "  vlanMembership   vlanMembership                5    12282                0 TIME\n"
+              "  nativeVlan       nativeVlan                   38       52                0 TIME\n"
+              "  floodSet         floodSet                      5    12282                0 TIME\n"
+              "  macVlan          macVlan                       2     3072                0 TIME\n"
+              "  portConfig       portConfig                   14       52                0 TIME\n"
+              "  l2Control        l2Control                     6       52                0 TIME\n"
+              "  lagHashControl   lagHashControl               44       52                0 TIME\n"
+              "  lagGroup         lagGroup                      4      104                0 TIME\n"
+              "  lagMembership    lagMembership                 4      104               24 TIME\n"
+              "  lagLookUp        lagLookUp                     4      156                0 TIME\n"
+              "  rxPortMirror     rxPortMirror                  3       52                0 TIME\n"
+              "  stormControl     stormControl                 78      208              156 TIME\n"
+              "  copp             copp                         15       45               45 TIME\n"
               "\n"
               "routes: 19 of 19 in place in 4112 rows, 0 register writes, TIME\n"
               "\n"
@@ -122,9 +153,8 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "\n"
               "translations: 5 of 5 in place in 30 rows, 0 register writes, TIME\n"
               "\n"
-              "38 entries equal the default, leave no trace in hardware, and were set again, not adopted\n"
-              "\n"
-              "software, shadow and chip agree on all 205172 rows; the warm restart wrote nothing\n");
+              "software, shadow and chip agree on all 234033 rows; the warm restart wrote 225 registers, of "
+              "lagMembership, stormControl, copp\n");
 }
 
 TEST_F(RunCommandTest, ReportsTheSwitchOfAStateFile) {
