@@ -32,7 +32,7 @@ public:
     }
 
     friend constexpr bool operator==(Ports, Ports) = default;
-    friend constexpr auto operator<=>(Ports, Ports) = default;
+    friend constexpr auto operator<=>(Ports, Ports) = default;  // NOLINT
     constexpr U32 hash(U32 seed) const { return Sorn::hashOf(mask_, seed); }
 
     /** "0-15,40"; nothing for no port. */

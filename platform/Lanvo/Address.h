@@ -101,7 +101,7 @@ public:
     constexpr std::array<U8, 6> const& bytes() const { return bytes_; }
 
     friend constexpr bool operator==(EthAddr const&, EthAddr const&) = default;
-    friend constexpr auto operator<=>(EthAddr const&, EthAddr const&) = default;
+    friend constexpr auto operator<=>(EthAddr const&, EthAddr const&) = default;  // NOLINT
     constexpr U32 hash(U32 seed) const {
         U64 number = 0;
         for (U8 const byte : bytes_)
