@@ -157,6 +157,29 @@ TEST_F(VlanRestartTest, AMissingRowInTheSecondCopyMarksTheKeyAndStillYieldsTheFi
     EXPECT_EQ(shadowWords(9, 1)[0] & 0xFF, 0u) << "the start has written what came back";
 }
 
+TEST_F(VlanRestartTest, CopiesBehindAMissingRowAreNotRead) {
+    chipIs(7, false);
+    start();
+    table().entryIs(vlan(9), Result().permitMaskIs(U64{1} << 52 | 0xA5C3));
+    shadow(1).drop(9);
+    restart();
+    EXPECT_EQ(table().entry(vlan(9)), Result().permitMaskIs(0xC3)) << "nor is the CPU's";
+    EXPECT_TRUE(table().hwInconsistentEntry(vlan(9)));
+}
+
+TEST_F(VlanRestartTest, ASingleCopyHasNothingToCompareWith) {
+    profile().hasCpuPipeline = false;
+    profile().ingressPipesAre({{0, 0, 15}});
+    profile().layouts[NerioSwitch::TableLayoutEnum::tableLayoutVlan] = {1, 1, 1, 0, {0}, {0}};
+    chipIs(2, false);
+    start();
+    table().entryIs(vlan(9), Result().permitMaskIs(0xA5C3).unicastRouteIs(true));
+    flip(9, 0, 0);  // its valid bit
+    restart();
+    EXPECT_EQ(table().entry(vlan(9)), Result().permitMaskIs(0xA5C3).unicastRouteIs(true));
+    EXPECT_THAT(table().hwInconsistentEntries(), IsEmpty());
+}
+
 TEST_F(VlanRestartTest, AMissingRowInTheFirstCopyComesBackWithEveryFlagFalse) {
     chipIs(7, false);
     start();

@@ -90,8 +90,9 @@ TEST(VlanMembershipValueDeathTest, AResultIsNotReadFromAText) {
 
 class VlanRowTest : public NerioTest::VlanFixture {};
 
-TEST_F(VlanRowTest, VersionsOneAndTwoHaveAValidBitAndTwoDataWords) {
-    for (U32 const version : {1u, 2u}) {
+TEST_F(VlanRowTest, VersionsUpToTwoHaveAValidBitAndTwoDataWords) {
+    for (U32 const version : {0u, 1u, 2u}) {
+        SCOPED_TRACE(version);
         chipIs(version, false);
         start(StartMode::cold);
         EXPECT_EQ(shadowWords(7), row(7, 3, 15, {{0, 1, 1}, {9, 1, 1}, {14, 1, 1}}));
@@ -179,27 +180,30 @@ TEST_F(VlanRowTest, Version6HasTwoEnableBitsAndANatId) {
     EXPECT_EQ(takeWriteCount(), 0u) << "a NAT profile has no effect below version 7";
 }
 
-TEST_F(VlanRowTest, Version7HasANatProfile) {
-    chipIs(7, false);
-    start();
-    table().entryIs(vlan(7), full());
-    EXPECT_EQ(shadowWords(7), row(7, 4, 14,
-                                  {{0, 8, 0xC3},
-                                   {9, 4, 15},
-                                   {15, 2, 2},
-                                   {17, 2, 3},
-                                   {19, 4, 9},
-                                   {23, 4, 10},
-                                   {27, 2, 1},
-                                   {29, 2, 2},
-                                   {31, 1, 0},
-                                   {32, 1, 1},
-                                   {33, 6, 33},
-                                   {39, 1, 1}}));
-    auto const other = full().natIdDelAll();
-    takeWrites();
-    table().entryIs(vlan(7), other);
-    EXPECT_EQ(takeWriteCount(), 0u) << "a NAT id has no effect from version 7 on";
+TEST_F(VlanRowTest, VersionsFrom7OnHaveANatProfile) {
+    for (U32 const version : {7u, 8u}) {
+        SCOPED_TRACE(version);
+        chipIs(version, false);
+        start(StartMode::cold);
+        table().entryIs(vlan(7), full());
+        EXPECT_EQ(shadowWords(7), row(7, 4, 14,
+                                      {{0, 8, 0xC3},
+                                       {9, 4, 15},
+                                       {15, 2, 2},
+                                       {17, 2, 3},
+                                       {19, 4, 9},
+                                       {23, 4, 10},
+                                       {27, 2, 1},
+                                       {29, 2, 2},
+                                       {31, 1, 0},
+                                       {32, 1, 1},
+                                       {33, 6, 33},
+                                       {39, 1, 1}}));
+        auto const other = full().natIdDelAll();
+        takeWrites();
+        table().entryIs(vlan(7), other);
+        EXPECT_EQ(takeWriteCount(), 0u) << "a NAT id has no effect from version 7 on";
+    }
 }
 
 TEST_F(VlanRowTest, ADefaultRowOfSharedProcessorsPermitsByDefaultAtBothPipes) {
@@ -266,6 +270,18 @@ TEST_F(VlanRowTest, TheVrfFieldIsAsWideAsTheVrfCountNeedsFromVersion4On) {
         table().entryIs(vlan(7), VlanMembershipResult().vrfBitsIs(0xFF));
         EXPECT_EQ(shadowWords(7)[0] >> 16, 3u) << "two bits before";
     }
+}
+
+TEST_F(VlanRowTest, TheVrfFieldOfVersion3HasTwoBitsWhateverTheVrfCount) {
+    profile().numVrfs = 32;
+    auto const rowOfVersion = [this](U32 version) {
+        chipIs(version, true);
+        start(StartMode::cold);
+        table().entryIs(vlan(7), VlanMembershipResult().vrfBitsIs(0xFF));
+        return shadowWords(7);
+    };
+    EXPECT_EQ(rowOfVersion(3), row(7, 4, 14, {{8, 1, 1}, {13, 1, 1}, {15, 2, 3}, {27, 1, 1}}));
+    EXPECT_EQ(rowOfVersion(4), row(7, 4, 14, {{8, 1, 1}, {13, 1, 1}, {15, 5, 31}, {30, 1, 1}}));
 }
 
 TEST_F(VlanRowTest, MasksOfChipsOfManyPorts) {
@@ -335,6 +351,44 @@ TEST_F(VlanRowTest, RegistersAndStaticWordsFollowTheVersion) {
     }
 }
 
+TEST_F(VlanRowTest, TheStaticWordOfLongRowsIsWithdrawnFromShortOnesUntilHardwareIsUp) {
+    chipIs(2, true);
+    make();
+    auto const collection = Belmo::make<NerioSwitchApi::HwTableCollection>();
+    auto const descriptors = Belmo::make<NerioSwitchApi::HwTableDescriptorConfig>(
+        Belmo::Ptr<Chip::SimulatedChip>(&chip()), NerioSwitchApi::memoryShadowStore(), collection);
+    table().profileIs(Belmo::Ptr<NerioSwitch::ProfileInfo const>(&profile()));
+    table().doSetProfileConvertor(Belmo::make<NerioSwitchApi::SwTableTypes>(descriptors, collection));
+    EXPECT_EQ(convertor().hwStaticWord(3), 0xFFFFFFFFu);
+    EXPECT_EQ(static_cast<VlanMembershipConvertor&>(convertor()).sizeWords(), 0u);
+    table().doCreateHwTable();
+    EXPECT_EQ(convertor().hwStaticWord(2), 0xFFFFFFFFu);
+    EXPECT_EQ(convertor().hwStaticWord(3), 0u);
+    convertor().handleInitialized();
+    EXPECT_EQ(convertor().hwStaticWord(3), 0xFFFFFFFFu);
+}
+
+TEST_F(VlanRowTest, TheFirstCopysDescriptorSpeaksForAll) {
+    chipIs(7, true);
+    start();
+    takeWrites();
+    convertor().descriptor(0)->initializedIs(false);
+    table().entryIs(vlan(7), full());
+    EXPECT_EQ(takeWriteCount(), 0u);
+    convertor().descriptor(0)->initializedIs(true);
+    convertor().descriptor(1)->initializedIs(false);
+    table().handleEntry(vlan(7));
+    EXPECT_EQ(takeWriteCount(), 12u);
+}
+
+TEST_F(VlanRowTest, EntriesBeforeTheStartAreWrittenOncePerCopy) {
+    chipIs(7, true);
+    make();
+    table().entryIs(vlan(7), full());
+    bringUp(StartMode::cold);
+    EXPECT_EQ(takeWriteCount(), 3u * 4094 * 4);
+}
+
 TEST_F(VlanRowTest, EachCopyIsComparedAndWrittenByItself) {
     chipIs(7, true);
     start();
@@ -395,12 +449,15 @@ TEST_F(VlanRowTest, PipesBeyondTheirRangeEndAStartThatWritesTheirFields) {
     }
 }
 
-TEST_F(VlanRowTest, TheTenthCopyHasNoPipeForItsNat) {
-    chipIs(7, true);
-    copiesAre(profile(), 10);
-    make();
-    EXPECT_EQ(failureOf<Belmo::RangeException>([&] { bringUp(StartMode::cold); }), badPipe);
-    EXPECT_FALSE(table().initialized());
+TEST_F(VlanRowTest, TheTenthCopyHasNoPipeForItsNatNorForItsAclWhereAProcessorServesTwo) {
+    for (bool const single : {true, false}) {
+        SCOPED_TRACE(single);
+        chipIs(7, single);
+        copiesAre(profile(), 10);
+        make();
+        EXPECT_EQ(failureOf<Belmo::RangeException>([&] { bringUp(StartMode::cold); }), badPipe);
+        EXPECT_FALSE(table().initialized());
+    }
 }
 
 TEST_F(VlanRowTest, Version3NeedsNoPipes) {
@@ -459,7 +516,12 @@ TEST_F(VlanRowDeathTest, TheBaseConvertorWritesNoRows) {
     auto const bare = Belmo::make<BareConvertor>();
     EXPECT_EQ(bare->sizeWords(), 0u);
     EXPECT_EQ(bare->hwStaticWord(3), 0xFFFFFFFFu);
-    EXPECT_DEATH(bare->hwTableEntryIs(vlan(5), full()), "Assertion failed: false ");
+    EXPECT_DEATH(
+        {
+            Sorn::traceLevelIs("NerioTableVlanMembership", 8);
+            bare->hwTableEntryIs(vlan(5), full());
+        },
+        "VlanMembershipKey\\(vid=5\\) permitMask:0x1000000000a5c3 .*Assertion failed: false ");
 }
 
 }  // namespace
