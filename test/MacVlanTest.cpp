@@ -220,6 +220,55 @@ TEST_F(MacVlanTest, AVlanNumberOf4095InARowEndsTheReadBack) {
               "Bridging::VlanIdOrNone::value > 4094 not allowed");
 }
 
+TEST_F(MacVlanTest, AMaskBeyondItsRangeInARowEndsTheReadBack) {
+    profile().numPorts = 54;
+    start();
+    shadow(0).store(6, macRow(6, 54, {{60 + 53, 1, 1}}));
+    restart();
+    EXPECT_EQ(table().entry(MacVlanKey(6)), MacVlanResult().ingressPortMaskIs(U64{1} << 53))
+        << "the last one of the range";
+    shadow(0).store(8, macRow(8, 54, {{60, 1, 1}, {60 + 53, 1, 1}}));
+    EXPECT_EQ(
+        failureOf<Belmo::RangeException>([&] { restart(); }),
+        "NerioSwitch::IngressPortMask::value < 0 or > NerioSwitch::IngressPortMask::invalid not allowed");
+}
+
+TEST_F(MacVlanTest, CopiesBehindAMissingRowAreNotRead) {
+    start();
+    table().entryIs(MacVlanKey(5), to(3));
+    shadow(0).drop(5);
+    restart();
+    EXPECT_FALSE(table().entryHas(MacVlanKey(5)));
+    EXPECT_TRUE(table().hwInconsistentEntry(MacVlanKey(5)));
+    EXPECT_EQ(shadowWords(5, 0), macRow(5, 52, {})) << "a row that is missing gets the default";
+    EXPECT_NE(shadowWords(5, 1), macRow(5, 52, {})) << "one that is there stays";
+    restart(StartMode::cold);
+    EXPECT_EQ(shadowWords(5, 1), macRow(5, 52, {}));
+}
+
+TEST_F(MacVlanTest, SoftwareWinsOverARowReadLater) {
+    start();
+    table().entryIs(MacVlanKey(5), to(3));
+    shadow(1).store(5, macRow(5, 52, {{60, 2, 2}}));
+    takeWrites();
+    convertor().syncEntries(0);
+    EXPECT_EQ(table().entry(MacVlanKey(5)), to(3));
+    EXPECT_EQ(takeWriteCount(), 5u);
+    EXPECT_THAT(table().hwInconsistentEntries(), IsEmpty());
+}
+
+TEST_F(MacVlanTest, CopiesAreThoseOfTheLayer2Layout) {
+    profile().layouts[NerioSwitch::TableLayoutEnum::tableLayoutL2] = {1, 2, 1, 0, {0, 0}, {0, 0}};
+    start();
+    EXPECT_EQ(convertor().hwTables().size(), 2u);
+    takeWrites();
+    table().entryIs(MacVlanKey(3), to(1));
+    auto const writes = takeWrites();
+    ASSERT_THAT(writes, SizeIs(10));
+    EXPECT_EQ(writes[4].first, "ingress/processor_l2[0]/hash_ctl");
+    EXPECT_EQ(writes[9].first, "cpu_pipeline[0]/processor_l2/hash_ctl");
+}
+
 using MacVlanDeathTest = MacVlanTest;
 
 TEST_F(MacVlanDeathTest, AChipOf64PortsHasNoLayout) {
