@@ -191,6 +191,10 @@ TEST_F(L2ControlTest, RegistersDoNotDependOnTheVersionOfVlanRegisters) {
     takeWrites();
     table().entryIs(learningPort(26), control(true, true, true));
     EXPECT_THAT(takeWrites(), ElementsAre(Pair("pipeline[1]/port[0]/l2_control", 7)));
+    table().entryIs(learningPort(26), control(true, true, true));
+    EXPECT_THAT(takeWrites(), IsEmpty()) << "nor is a repeat written";
+    table().entryDel(learningPort(26));
+    EXPECT_THAT(takeWrites(), ElementsAre(Pair("pipeline[1]/port[0]/l2_control", 0)));
 }
 
 TEST_F(L2ControlTest, AnAllFalseResultIsKeptButDoesNotComeBack) {
