@@ -7,6 +7,7 @@
 #include "FailureText.h"
 #include "NerioSwitchTable/NerioTableVlanGroup.h"
 #include "SwitchFixture.h"
+#include "TraceCapture.h"
 #include "chip/MulticastLookup.h"
 
 namespace {
@@ -14,7 +15,9 @@ namespace {
 using namespace NerioSwitchTable;
 using NerioSwitch::VlanGroupId;
 using NerioSwitch::VlanGroupKey;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::Not;
 
 constexpr char const* badGroup =
     "NerioSwitch::VlanGroupId::value < NerioSwitch::VlanGroupId::min or > NerioSwitch::VlanGroupId::null not "
@@ -103,6 +106,55 @@ TEST_F(VlanGroupTest, PortsOfEqualParityInAPipeHaveTheirLinesInOnePlace) {
     profile().portIdToEgressPipe.erase(3);
     EXPECT_EQ(row({3, 3}, vlans(1))[1], (448u + 12) << 4 | strobe | 1)
         << "a port without a pipe adds nothing";
+}
+
+TEST_F(VlanGroupTest, AddressAndStrobeAreSetAloneAndTheRestStays) {
+    start();
+    U32 const line = 5 * 4 + 448 + 512;
+    U32 const index = 27 * 16 + 5;
+    for (U32 const before : {0u, ~0u}) {
+        std::array<U32, 8> words{};
+        words.fill(before);
+        groups().setStaticBuffer(index, reinterpret_cast<U8*>(words.data()));
+        for (std::size_t pair = 0; pair < 4; ++pair) {
+            auto const address = static_cast<U32>(line + pair) << 4;
+            EXPECT_EQ(words[2 * pair], before);
+            EXPECT_EQ(words[2 * pair + 1], (before & ~0x3FF0u) | address | strobe);
+        }
+    }
+    auto const none = Belmo::ptrCast<VlanGroupEntry>(groups().nullDirectEntry(index));
+    EXPECT_EQ(none->key(), VlanGroupKey(27, 5));
+    EXPECT_EQ(none->result(), VlanGroupResult());
+    EXPECT_FALSE(none->valid());
+}
+
+TEST_F(VlanGroupTest, TracesWhatItCreatesProgramsAndDecodes) {
+    auto const textOf = [](VlanGroupKey const& key, VlanGroupResult const& result) {
+        auto const item = VlanGroupEntryIs(key);
+        item->resultIs(result);
+        return item->toStrep();
+    };
+    VlanGroupKey const key(27, 5);
+    auto const programmed = "VlanGroupTable: Programming Entry " + textOf(key, vlans(3));
+    auto const encoded = "key is " + Sorn::text(key);
+    auto const linesAt = [&](int level) {
+        start();
+        NerioTest::TraceCapture const trace("NerioTableVlanGroup", level);
+        table().entryIs(key, vlans(3));
+        restart();
+        return trace.lines();
+    };
+    auto const few = linesAt(7);
+    EXPECT_THAT(few, Contains(programmed));
+    EXPECT_THAT(few, Not(Contains(encoded)));
+    EXPECT_THAT(few, Not(Contains("doCreateHwTables tableState: 1")));
+    EXPECT_THAT(few, Not(Contains("Decoded entry is " + textOf({0, 0}, {})))) << "a row of no entry";
+    auto const more = linesAt(8);
+    EXPECT_THAT(more, Contains("doCreateHwTables tableState: 1"));
+    EXPECT_THAT(more, Contains("Decoded entry is " + textOf(key, vlans(3))));
+    EXPECT_THAT(more, Contains("Decoded entry is " + textOf({0, 0}, {})));
+    EXPECT_THAT(more, Not(Contains(encoded)));
+    EXPECT_THAT(linesAt(9), Contains(encoded));
 }
 
 TEST_F(VlanGroupTest, GroupNumbersThatWouldReachTheNextPortAreRefused) {
