@@ -259,6 +259,22 @@ TEST_F(L3FloodBitmapTest, ACountOf0LeavesTheSizeAndMakesNoCounter) {
     table().entryIs(127, ports(1));
 }
 
+TEST_F(L3FloodBitmapTest, PathsMayTakeAllRowsButOneOrNone) {
+    ecmp = 127;
+    start();
+    EXPECT_EQ(gauges()[0]->capacity(), 1u);
+    EXPECT_EQ(gauges()[1]->capacity(), 127u);
+    EXPECT_EQ(bitmap().capacityIndexFromEntry(L3FloodBitmapEntryIs(126)), 1u);
+    EXPECT_EQ(bitmap().capacityIndexFromEntry(L3FloodBitmapEntryIs(127)), 0u);
+    ecmp = 0;
+    restart();
+    EXPECT_EQ(gauges()[0]->capacity(), 128u);
+    EXPECT_EQ(bitmap().capacityIndexFromEntry(L3FloodBitmapEntryIs(0)), 0u);
+    ecmp = 129;
+    make();
+    EXPECT_DEATH(bringUp(NerioTest::StartMode::warm), "tableSize\\(\\) > numFloodsForEcmp\\(\\)");
+}
+
 TEST_F(L3FloodBitmapTest, ACountThatIsMissingOrLeavesNoRowToNextHopsIsAProgrammingError) {
     ecmp = 128;
     make();

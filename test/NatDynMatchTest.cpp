@@ -180,6 +180,25 @@ TEST_F(NatDynMatchTest, AKeyOfType0ReadsBackAs6) {
     EXPECT_EQ(table().entry(flow().natTypeIs(6)), result());
 }
 
+TEST_F(NatDynMatchTest, KeysOfTypes0And6ComeBackAsOneEntryThatItsRowHolds) {
+    start();
+    table().entryIs(flow().natTypeIs(0), result().natSessionIdIs(1));
+    table().entryIs(flow().natTypeIs(6), result().natSessionIdIs(2));
+    EXPECT_EQ(table().hashConvertor()->rowsInUse(), 2u);
+    restart();
+    EXPECT_EQ(table().entries().size(), 1u);
+    EXPECT_EQ(table().hashConvertor()->rowsInUse(), 1u);
+    EXPECT_EQ(gauges().front()->used(), 1u);
+    auto const back = table().entry(flow().natTypeIs(6));
+    auto const item = table().cachedItem(flow().natTypeIs(6));
+    EXPECT_EQ(item->result(), back);
+    EXPECT_EQ(fieldOf(shadowWords(item->hwIndex()), 97, 17), back.natSessionId().value());
+    holdsAcrossRestart([&] { EXPECT_EQ(table().entry(flow().natTypeIs(6)), back); });
+    table().entryDel(flow().natTypeIs(6));
+    restart();
+    EXPECT_TRUE(table().entries().empty());
+}
+
 TEST_F(NatDynMatchTest, AKeyWithAFilterComesBackWithoutIt) {
     start();
     table().entryIs(flow().filterPfxIs({ip(1, 0, 0, 0), 8}), result());

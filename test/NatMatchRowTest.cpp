@@ -216,6 +216,17 @@ TEST_F(NatMatchRowTest, EveryFilterReadsBackWithAMask) {
     }
 }
 
+TEST_F(NatMatchRowTest, AFilterOfALengthThatIsNeverWrittenThatWayIsReadAllTheSame) {
+    apiIs(10);
+    start();
+    auto words = row(filteredKey({ip(10, 1, 2, 192), 26}), result());
+    // Mask type 3, and of the five low bits of the filter, 26, all: a length of 31.
+    words[45 / 32] |= 5u << 45 % 32;
+    auto const item = decoded(words);
+    EXPECT_EQ(item->key(), filteredKey({ip(10, 1, 2, 222), 31}));
+    EXPECT_EQ(item->result(), result());
+}
+
 TEST_F(NatMatchRowTest, BeforeVersion10AFilterReadsBackWithoutTheZerosAtTheEndOfItsAddress) {
     apiIs(9, 9);
     start();

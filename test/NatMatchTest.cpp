@@ -105,6 +105,20 @@ TEST_F(NatMatchTest, BeforeVersion10AnEntryComesBackUnderTheFilterOfItsRow) {
     EXPECT_EQ(takeWriteCount(), 3u * 4096 * 5 + 5) << "the cold start and the entry";
 }
 
+TEST_F(NatMatchTest, BeforeVersion10FiltersOfOneAddressComeBackAsOneEntry) {
+    apiIs(9, 9);
+    start();
+    table().entryIs(filteredKey({ip(10, 1, 2, 0), 24}), result());
+    table().entryIs(filteredKey({ip(10, 1, 2, 0), 23}), result().l3LagIndexIs(1));
+    restart();
+    EXPECT_EQ(table().entries().size(), 1u);
+    EXPECT_EQ(table().hashConvertor()->rowsInUse(), 1u);
+    auto const key = filteredKey({ip(10, 1, 2, 0), 23});
+    auto const back = table().entry(key);
+    EXPECT_EQ(fieldOf(shadowWords(table().cachedItem(key)->hwIndex()), 106, 6), back.l3LagIndex().value());
+    holdsAcrossRestart([&] { EXPECT_EQ(table().entry(key), back); });
+}
+
 TEST_F(NatMatchTest, FromVersion10OnAFilterComesBackAsItWas) {
     apiIs(10, 0);
     start();

@@ -261,6 +261,38 @@ TEST_F(NatRewriteTest, ASessionMayStandThereAsUnicastAndAsMulticast) {
     });
 }
 
+TEST_F(NatRewriteTest, TheOtherFormsAttributesDoNotComeBack) {
+    start();
+    table().entryIs(unicastKey().vlanGroupIdIs(3).vlanGroupMemberIdxIs(2), result());
+    table().entryIs(multicastKey().natProfileIdIs(3).secondTnatIs(true), result().newPortIs(1));
+    takeWrites();
+    restart();
+    EXPECT_EQ(takeWriteCount(), 0u);
+    EXPECT_EQ(table().entries().size(), 2u);
+    EXPECT_EQ(table().entry(unicastKey()), result());
+    EXPECT_EQ(table().entry(multicastKey()), result().newPortIs(1));
+}
+
+/** Their rows hold other keys than they are hashed by, so that the chip finds neither. */
+TEST_F(NatRewriteTest, KeysThatSpillDoNotComeBack) {
+    start();
+    auto const noProfile = NatRewriteKey().isUnicastIs(true).natSessionIdIs(7).natProfileIdIs(64);
+    auto const noGroup = NatRewriteKey().natSessionIdIs(9);
+    table().entryIs(noProfile, result());
+    table().entryIs(noGroup, result());
+    EXPECT_TRUE(isProgrammed(noProfile));
+    EXPECT_TRUE(isProgrammed(noGroup));
+    EXPECT_EQ(decoded(row(noProfile, result()))->key(),
+              NatRewriteKey().isUnicastIs(true).natSessionIdIs(7).secondTnatIs(true));
+    EXPECT_EQ(decoded(row(noGroup, result()))->key(),
+              NatRewriteKey().natSessionIdIs(9).vlanGroupIdIs(1).vlanGroupMemberIdxIs(1));
+    shadow().drop(5);
+    restart();
+    EXPECT_TRUE(table().entries().empty());
+    EXPECT_EQ(table().hashConvertor()->rowsInUse(), 0u);
+    EXPECT_EQ(gauges().front()->used(), 0u);
+}
+
 TEST_F(NatRewriteTest, TheChecksumCorrectionIsStoredAsItIs) {
     start();
     for (U32 const correction : {0u, 1u, 0x8000u, 0xFFFFu}) {

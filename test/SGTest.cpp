@@ -223,6 +223,39 @@ TEST_F(SGTableTest, WithoutTranslationValidStandsWhereTheUnicastFlagIsOtherwise)
     EXPECT_DEATH(table().entryIs(someFlow, toLag(1, 1)), "natProfile\\(\\)");
 }
 
+TEST_F(SGTableTest, BelowVersion6WithoutTranslationARowIsShortest) {
+    profile().hwApi = {5, 99};
+    profile().natProfile = false;
+    start();
+    auto const words = row(someRoute, toPorts(0x10000000000007, 11).natEnabledIs(true), {5, 1});
+    auto expected = packed(8, {{0, 15, 0xE1A5C3D7 >> 13},
+                               {15, 32, 0xC0A80164},
+                               {47, 12, 0xABC},
+                               {59, 1, 1},
+                               {60, 4, 11},
+                               {64, 53, 0x10000000000007},
+                               {128, 13, 5},
+                               {142, 2, 1},
+                               {145, 1, 1},
+                               {146, 4, 8},
+                               {160, 32, 0xE1A5C3D7}});
+    U32 ones = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+        ones += static_cast<U32>(__builtin_popcount(expected[i]));
+    expected[117 / 32] |= (ones & 1) << 117 % 32;
+    EXPECT_EQ(vector(words), expected);
+    table().entryIs(someRoute, toPorts(7, 11));
+    holdsAcrossRestart([&] { EXPECT_EQ(table().entry(someRoute), toPorts(7, 11)); });
+}
+
+TEST_F(SGTableTest, AHelperWithoutAProfileKnowsNoRows) {
+    auto const unattached = sGTableFactory("unattached");
+    SGHelper lone;
+    lone.swTableIs(&*unattached);
+    EXPECT_DEATH(static_cast<void>(lone.natProfile()), "profile\\(\\)");
+    EXPECT_DEATH(static_cast<void>(lone.natResultSupported()), "profile\\(\\)");
+}
+
 TEST_F(SGTableTest, OnAChipOf24PortsTheTailFollowsTheShorterPortMask) {
     profile().numPorts = 24;
     start();

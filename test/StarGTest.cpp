@@ -15,6 +15,7 @@
 #include "NerioSwitchTable/NerioTableStarG.h"
 #include "PackedWords.h"
 #include "SwitchFixture.h"
+#include "TraceCapture.h"
 #include "WatchedBus.h"
 #include "chip/MulticastLookup.h"
 
@@ -161,6 +162,34 @@ TEST_F(StarGTableTest, VlanGroup17KeepsItsLow4BitsAndASourceIsNotToldByHardware)
     EXPECT_FALSE(table().entryHas(ofSource));
     EXPECT_EQ(table().entry(groupKey(0xE1A5C3D7, 5)), toPorts(4, 15));
     EXPECT_TRUE(table().hwInconsistentEntries().empty());
+}
+
+TEST_F(StarGTableTest, RoutesOfTwoSourcesComeBackAsOneThatItsRowHolds) {
+    start();
+    MrouteKey const ofSource({Lanvo::IpAddr::fromHostOrder(0x0A000001), 32}, someGroup.group(), 0xABC);
+    table().entryIs(ofSource, toPorts(4));
+    table().entryIs(someGroup, toPorts(2));
+    EXPECT_EQ(table().hashConvertor()->rowsInUse(), 2u);
+    restart();
+    EXPECT_EQ(table().entries().size(), 1u);
+    EXPECT_EQ(table().hashConvertor()->rowsInUse(), 1u);
+    auto const back = table().entry(someGroup);
+    auto const item = table().hashItem(someGroup);
+    EXPECT_EQ(item->result(), back);
+    EXPECT_EQ(decoded(item->hwIndex())->result(), back);
+    holdsAcrossRestart([&] { EXPECT_EQ(table().entry(someGroup), back); });
+}
+
+TEST_F(StarGTableTest, TracesWhatItDoes) {
+    start();
+    NerioTest::TraceCapture const trace("NerioTableStarG", 8);
+    table().entryIs(someGroup, toPorts(5));
+    auto const item = table().hashItem(someGroup);
+    EXPECT_THAT(trace.lines(), testing::Contains("StarGTable: Programming Entry " + item->toStrep()));
+    decoded(item->hwIndex());
+    EXPECT_EQ(trace.lines().back(), "Decoded valid entry is " + item->toStrep());
+    table().entryDel(someGroup);
+    EXPECT_THAT(trace.lines(), testing::Contains(testing::StartsWith("StarGTable: Removing Entry ")));
 }
 
 TEST_F(StarGTableTest, AGroupWithBit27SetComesBackMarkedAsInconsistent) {

@@ -92,7 +92,9 @@ TEST(DecodeFilterPfx, ClearsBitsBeyondTheLength) {
 }
 
 TEST(DecodeFilterPfx, TakesLengthsThatTheEncoderFoldsOtherwise) {
-    EXPECT_EQ(decodeFilterPfx(0x0A0B0C3F, 3), prefixOf(0x0A0B0C20, 31));
+    EXPECT_EQ(decodeFilterPfx(0x0A0B0C3F, 3), prefixOf(0x0A0B0C3E, 31));
+    EXPECT_EQ(decodeFilterPfx(0x0A0B0C3B, 3), prefixOf(0x0A0B0C20, 27));
+    EXPECT_EQ(decodeFilterPfx(0x0A0B0C3D, 3), prefixOf(0x0A0B0C38, 29));
 }
 
 TEST(DecodeFilterPfxDeathTest, RefusesMaskTypesAboveThree) {

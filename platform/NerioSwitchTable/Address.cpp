@@ -35,7 +35,9 @@ U32 encodeFilterPfx(Lanvo::Prefix const& prefix, U8& maskType) {
 
 Lanvo::Prefix decodeFilterPfx(U32 address, U8 maskType) {
     BELMO_ASSERT_TEXT(maskType <= 3, "false && \"Unsupported maskType\"");
-    U8 const length = stripMaskLen(&address, maskType);
+    // The folded length of a valid word lies beyond the prefix, so that its bits are cleared with the others.
+    U32 stripped = address;
+    U8 const length = stripMaskLen(&stripped, maskType);
     return {Lanvo::IpAddr::fromHostOrder(address & Lanvo::Prefix::mask(length)), length};
 }
 
