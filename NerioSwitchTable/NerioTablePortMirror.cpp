@@ -43,6 +43,11 @@ public:
         if (!descriptors().empty()) descriptor(copyOf(key))->checkRow(rowOf(key));
     }
 
+    /** The one table that a row stands in speaks for itself. */
+    void hwTableEntryIs(RxPortMirrorKey const& key, RxPortMirrorResult const& result) override {
+        if (!descriptors().empty() && descriptor(copyOf(key))->initialized()) entryIsInCopies(key, result);
+    }
+
     /** Of as many words as the row has: a start writes fewer than an entry does. */
     std::optional<NerioSwitchApi::HwEntryConfig> wantedEntry(Copy copy, HwIndex row) const override {
         auto const key = keyOf(row);

@@ -114,6 +114,9 @@ TEST_F(AclPortRangeTest, ARowHasFiveWordsOfWhichTheLastIsStatic) {
     start();
     for (U8 word = 0; word < 8; ++word)
         EXPECT_EQ(convertor().hwStaticWord(word), word == 4 ? 0xFFFFFFFFu : 0u);
+    convertor().hwStaticWordDel(4);
+    convertor().handleInitialized();
+    EXPECT_EQ(convertor().hwStaticWord(4), 0xFFFFFFFFu) << "declared again";
     EXPECT_EQ(convertor().readStrobeBit(), 17);
     EXPECT_EQ(convertor().writeStrobeBit(), 18);
     EXPECT_EQ(convertor().descriptor(0)->firstIndex(), 0u);
@@ -446,7 +449,8 @@ TEST(AclPortRangeValueTest, AResultShowsEachPlace) {
 
 TEST(AclPortRangeValueTest, AResultIsNotReadFromAText) {
     Sorn::CharRange range("anything");
-    EXPECT_DEATH(AclPortRangeResult{range}, "No String constructor for AclPortRangeResult - has collection");
+    EXPECT_DEATH(AclPortRangeResult{range},
+                 R"("No String constructor for AclPortRangeResult - has collection" == nullptr)");
 }
 
 }  // namespace

@@ -427,6 +427,17 @@ TEST_F(CoppTest, ARowMissingBehindTheCpuIsPassedOverAndGetsTheDefaultAlone) {
     EXPECT_THAT(wordsOf(3), ElementsAre(660, 660, 0));
 }
 
+TEST_F(CoppTest, ARowMissingInAPipelineIsMarkedAndGetsTheDefaultAlone) {
+    start();
+    shadow(1).drop(3);
+    takeWrites();
+    restart();
+    EXPECT_TRUE(table().hwInconsistentEntry(3));
+    EXPECT_THAT(table().hwInconsistentEntries(), SizeIs(1));
+    EXPECT_THAT(table().entries(), IsEmpty());
+    EXPECT_THAT(takeWrites(), ElementsAre(Pair("ingress/rate_limiter[1]/link_local_limit", 1)));
+}
+
 TEST_F(CoppTest, ACorruptRowCountsAsMissing) {
     start();
     table().entryIs(3, limit(1000));

@@ -274,6 +274,24 @@ TEST(CoppRegisterMappingTest, LaterVersionsAskTheirForerunners) {
     EXPECT_THAT(trace.lines()[0], testing::HasSubstr("CoppHwTableRegisterMappingHwApi62::getRegister("));
     EXPECT_THAT(trace.lines()[0], testing::EndsWith(" HwIndex:6"));
     EXPECT_THAT(trace.lines()[1], testing::HasSubstr("CoppHwTableRegisterMappingHwApi61::getRegister("));
+    hwApi62->getRegister(5);
+    ASSERT_THAT(trace.lines(), SizeIs(5));
+    EXPECT_THAT(trace.lines()[4], testing::HasSubstr("CoppHwTableRegisterMappingHwApi51::getRegister("));
+    hwApi62->getRegister(0);
+    EXPECT_THAT(trace.lines(), SizeIs(6)) << "the interval is its own";
+}
+
+TEST(CoppRegisterMappingTest, EarlyVersionsTraceTheCallAndAskNoOther) {
+    NerioTest::TraceCapture const trace("NerioCoppRegisterMapping", 8);
+    coppHwTableRegisterMappingFactory("t", "p/")->getRegister(15);
+    coppHwTableRegisterMappingHwApi41Factory("t", "p/")->getRegister(4);
+    coppHwTableRegisterMappingHwApi51Factory("t", "p/")->getRegister(14);
+    ASSERT_THAT(trace.lines(), SizeIs(3));
+    EXPECT_THAT(trace.lines()[0], testing::HasSubstr("CoppHwTableRegisterMapping::getRegister("));
+    EXPECT_THAT(trace.lines()[0], testing::EndsWith(" HwIndex:15"));
+    EXPECT_THAT(trace.lines()[1], testing::HasSubstr("CoppHwTableRegisterMappingHwApi41::getRegister("));
+    EXPECT_THAT(trace.lines()[1], testing::EndsWith(" HwIndex:4"));
+    EXPECT_THAT(trace.lines()[2], testing::HasSubstr("CoppHwTableRegisterMappingHwApi51::getRegister("));
 }
 
 }  // namespace

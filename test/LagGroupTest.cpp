@@ -276,6 +276,21 @@ TEST_F(LagGroupTest, SixBitsOfARowAreReadBack) {
     EXPECT_EQ(table().entry(port(5)).lagGroupId(), 5u);
 }
 
+TEST_F(LagGroupTest, SixBitsOfTheCpuTableAreHeldAgainstTheEntryAndTheWholeRowIsRewritten) {
+    start();
+    groupIs(3, 9);
+    groupIs(4, 9);
+    storeRow(3, cpuTable, {64 + 9, strobe});
+    storeRow(4, cpuTable, {64 + 63, strobe});  // no group
+    storeRow(5, cpuTable, {64 + 63, strobe});  // nor here, where none is wanted
+    takeWrites();
+    restart();
+    EXPECT_FALSE(table().hwInconsistentEntry(port(3)));
+    EXPECT_TRUE(table().hwInconsistentEntry(port(4)));
+    EXPECT_FALSE(table().hwInconsistentEntry(port(5)));
+    EXPECT_THAT(takeWrites(), ElementsAre(Pair(cpuControl, 9), Pair(cpuControl, 9)));
+}
+
 TEST_F(LagGroupTest, ACpuTableThatDisagreesMarksTheKeyAndIsRewrittenForEntriesAlone) {
     start();
     for (U32 const number : {3u, 4u, 5u})

@@ -137,6 +137,33 @@ TEST_F(LagHashControlTest, TheReadBackTracesEachPort) {
                             "pipe 0 index 2 does not exist."));
 }
 
+TEST_F(LagHashControlTest, NothingIsWrittenBeforeTheStartOrWhileTheDescriptorIsNotInitialized) {
+    make();
+    table().entryIs(port(3), LagHashControlResult().useVlanIdIs(true));
+    EXPECT_EQ(takeWriteCount(), 0u);
+    bringUp(StartMode::cold);
+    EXPECT_THAT(takeWrites(), testing::Contains(Pair("pipeline[0]/port[3]/lhash_ctl", 1)));
+    convertor().descriptor(0)->initializedIs(false);
+    table().entryIs(port(3), LagHashControlResult().useIpProtocolIs(true));
+    EXPECT_EQ(takeWriteCount(), 0u);
+    convertor().descriptor(0)->initializedIs(true);
+    table().handleEntry(port(3));
+    EXPECT_THAT(takeWrites(), ElementsAre(Pair("pipeline[0]/port[3]/lhash_ctl", 2)));
+}
+
+TEST_F(LagHashControlTest, AMissingRowGetsTheDefaultAndAHeldOneStaysUnlessReset) {
+    start();
+    shadow().store(3, std::vector<U32>{0x400});
+    shadow().drop(4);
+    takeWrites();
+    restart();
+    EXPECT_THAT(takeWrites(), ElementsAre(Pair("pipeline[0]/port[4]/lhash_ctl", 0)));
+    EXPECT_THAT(shadowWords(3), ElementsAre(0x400));
+    restart(StartMode::cold);
+    EXPECT_EQ(takeWriteCount(), 52u);
+    EXPECT_THAT(shadowWords(3), ElementsAre(0));
+}
+
 TEST_F(LagHashControlTest, ARowAbovePort53EndsTheStart) {
     profile().numPorts = 60;
     for (auto const mode : {StartMode::cold, StartMode::warm}) {

@@ -257,6 +257,18 @@ TEST_F(LagMembershipTest, APortInNoGroupComesBackWithoutAMark) {
     EXPECT_THAT(table().hwInconsistentEntries(), IsEmpty());
 }
 
+TEST_F(LagMembershipTest, AGroupWhoseSixBitsAreThoseOfNoneComesBackWithoutAMarkAndIsRewritten) {
+    start();
+    table().entryIs(port(3), lag(64 + 63, {3, 30}));
+    EXPECT_EQ(shadowWords(3, cpuTable)[2], strobe | 127);
+    takeWrites();
+    restart();
+    EXPECT_THAT(table().hwInconsistentEntries(), IsEmpty());
+    EXPECT_EQ(table().entry(port(3)), readBack({3, 30}));
+    EXPECT_THAT(takeWrites(), SizeIs(3));
+    EXPECT_EQ(shadowWords(3, cpuTable)[2], none);
+}
+
 TEST_F(LagMembershipTest, AGroupWithoutPortsDoesNotComeBack) {
     start();
     table().entryIs(port(3), LagMembershipResult(9));

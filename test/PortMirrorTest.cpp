@@ -243,6 +243,23 @@ TEST_F(PortMirrorTest, NothingIsWrittenBeforeTheStartOrWhileTheDescriptorIsNotIn
     convertor().descriptor(0)->initializedIs(false);
     table().entryIs(port(5), to(2));
     EXPECT_EQ(takeWriteCount(), 0u);
+    table().entryIs(port(30), to(2));
+    EXPECT_EQ(takeWriteCount(), 2u) << "the other table's descriptor speaks for its own rows";
+    convertor().descriptor(0)->initializedIs(true);
+    convertor().descriptor(1)->initializedIs(false);
+    table().entryIs(port(30), to(4));
+    EXPECT_EQ(takeWriteCount(), 0u);
+    table().handleEntry(port(5));
+    EXPECT_EQ(takeWriteCount(), 2u);
+}
+
+TEST_F(PortMirrorTest, AChipWithoutLayer2TablesKeepsEntriesInSoftware) {
+    profile().layouts.erase(l2);
+    start();
+    table().entryIs(port(5), to(1));
+    EXPECT_EQ(takeWriteCount(), 0u);
+    EXPECT_EQ(table().entryDel(port(5)), to(1));
+    EXPECT_THAT(convertor().descriptors(), IsEmpty());
 }
 
 TEST_F(PortMirrorTest, APortWithoutARowIsRefusedBeforeAnythingIsStored) {

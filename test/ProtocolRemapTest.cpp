@@ -84,12 +84,26 @@ TEST_F(ProtocolRemapTest, BelowRegisterVersionTwoAFifthDataWordGoesOut) {
     EXPECT_THAT(registers(), ElementsAre("hash_data0", "hash_data1", "hash_data2", "hash_data3", "hash_data4",
                                          "hash_ctl"));
     EXPECT_EQ(takeWriteCount(), 256u * 6);
+    table().entryIs(protocol(6), remapped(7));
+    takeWrites();
+    restart();
+    EXPECT_EQ(takeWriteCount(), 0u);
+    EXPECT_EQ(table().entry(protocol(6)), remapped(0x17));
+    auto words = row(6, 7, 1);
+    words[5] ^= 1u << 17;
+    shadow().store(6, words);
+    table().handleEntry(protocol(6));
+    EXPECT_EQ(takeWriteCount(), 6u) << "the compare covers the control word, although it is static";
+    EXPECT_EQ(shadowWords(6), row(6, 7, 1));
 }
 
 TEST_F(ProtocolRemapTest, TheStaticWordStaysFiveBehindTheControlWordOfVersionTwo) {
     start();
     for (U8 word = 0; word < 8; ++word)
         EXPECT_EQ(convertor().hwStaticWord(word), word == 5 ? 0xFFFFFFFFu : 0u);
+    convertor().hwStaticWordDel(5);
+    convertor().handleInitialized();
+    EXPECT_EQ(convertor().hwStaticWord(5), 0xFFFFFFFFu) << "declared again";
     EXPECT_THAT(shadowWords(0), SizeIs(5));
 }
 
