@@ -113,7 +113,7 @@ protected:
     FamilyCase const& family() const { return GetParam(); }
 };
 
-int const rounds = sanitized ? 15 : 60;
+int const rounds = sanitized ? 10 : 60;
 
 TEST_P(FamilyTest, RandomOperationsAndRestartsAgreeWithAModel) {
     Random random(20261);
@@ -328,7 +328,7 @@ private:
 };
 
 /** The processes of each cut start slowly in the sanitizers' build. */
-U64 const cutsApart = sanitized ? 9 : 1;
+U64 const cutsApart = sanitized ? 29 : 1;
 
 /** Every write of the agent's operations, or where they are many a seventh, and those of the cold start: all,
  * or some 32 evenly spread. */

@@ -20,7 +20,7 @@ using namespace NerioTest;
 using namespace NerioSwitchTable;
 using NerioSwitchApi::StartMode;
 
-int const operations = sanitized ? 50'000 : 1'000'000;
+int const operations = sanitized ? 20'000 : 1'000'000;
 constexpr int restarts = 20;
 
 /** Draws keys and results of a family, and says what the chip holds for a key. */
