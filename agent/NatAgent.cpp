@@ -58,14 +58,17 @@ NatTables NatTables::made(NerioSwitch::ProfileInfo const& profile) {
     if (!profile.natProfile || profile.numPipelines == 0)
         throw Belmo::RangeException("translations take a chip that translates; the profile says it does not");
     NatTables tables;
-    for (U32 number = 0; number < profile.numPipelines; ++number) {
+    for (U32 number = 0; number < profile.numPipelines; number += 2) {
         auto const pipeline = NerioSwitch::PipeId(number).value();
-        if (pipeline % 2 == 0) {
-            tables.matches.push_back(
-                NerioSwitchTable::natMatchTableFactory(fmt::format("natMatch{}", pipeline), pipeline));
-        }
+        tables.matches.push_back(
+            NerioSwitchTable::natMatchTableFactory(fmt::format("natMatch{}", pipeline), pipeline));
+    }
+    // Packets may leave through any egress processor, and each has rewrites of its own.
+    auto const processors = profile.numProcessors(NerioSwitch::TableLayoutEnum::tableLayoutEgress);
+    for (U32 number = 0; number < processors; ++number) {
+        auto const processor = static_cast<U8>(number);
         tables.rewrites.push_back(
-            NerioSwitchTable::natRewriteTableFactory(fmt::format("natRewrite{}", pipeline), pipeline));
+            NerioSwitchTable::natRewriteTableFactory(fmt::format("natRewrite{}", processor), processor));
     }
     return tables;
 }

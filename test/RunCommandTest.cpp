@@ -118,7 +118,7 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "\n"
               "multicast routes: 8 of 8 placed in 97 rows, 302370 register writes, TIME\n"
               "\n"
-              "translations: 5 of 5 placed in 30 rows, 94338 register writes, TIME\n"
+              "translations: 5 of 5 placed in 270 rows, 488514 register writes, TIME\n"
               "\n"
               "warm restart, in a second process\n"
               "  table            family          entries adopted     rows  register writes       time\n"
@@ -151,9 +151,9 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "\n"
               "multicast routes: 8 of 8 in place in 97 rows, 0 register writes, TIME\n"
               "\n"
-              "translations: 5 of 5 in place in 30 rows, 0 register writes, TIME\n"
+              "translations: 5 of 5 in place in 270 rows, 0 register writes, TIME\n"
               "\n"
-              "software, shadow and chip agree on all 234033 rows; the warm restart wrote 225 registers, of "
+              "software, shadow and chip agree on all 332337 rows; the warm restart wrote 225 registers, of "
               "lagMembership, stormControl, copp\n");
 }
 
