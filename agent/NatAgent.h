@@ -41,8 +41,8 @@ struct NatTables {
     std::vector<Belmo::Ptr<NerioSwitchTable::NatRewriteTable>> rewrites;
 
     /**
-     * New tables of all pipelines, which are yet to be brought up: "natMatch0", "natMatch2", ... for every
-     * two of them, and "natRewrite0", "natRewrite1", ... for each. Throws `Belmo::RangeException` for a chip
+     * New tables, which are yet to be brought up: "natMatch0", "natMatch2", ... for every two pipelines, and
+     * "natRewrite0", "natRewrite1", ... for each egress processor. Throws `Belmo::RangeException` for a chip
      * that does not translate.
      */
     static NatTables made(NerioSwitch::ProfileInfo const& profile);
