@@ -36,6 +36,10 @@ std::optional<HwEntryConfig> SwTableProfileConvertor::wantedEntry(HwTableId, HwI
     return std::nullopt;
 }
 
+std::vector<RowLayout> SwTableProfileConvertor::rowLayouts(HwTableId) const {
+    return {};
+}
+
 void SwTableProfileConvertor::initEntryCounter(TableGauge::TableKey const& key, U32 capacity,
                                                CapacityTableIndex index) {
     counters_[index] = gauges_->counterIs(key, capacity, index);

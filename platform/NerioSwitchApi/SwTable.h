@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "Belmo/Export.h"
 #include "Belmo/Ptr.h"
@@ -12,6 +13,7 @@
 #include "NerioSwitch/ProfileInfo.h"
 #include "NerioSwitchApi/HwTable.h"
 #include "NerioSwitchApi/HwTypes.h"
+#include "NerioSwitchApi/RowLayout.h"
 #include "TableGauge/TableGauge.h"
 
 namespace NerioSwitchApi {
@@ -64,6 +66,11 @@ public:
     virtual void handleInitialized();
     /** The words that the software table wants in a row; nothing where it wants none. For verification. */
     virtual std::optional<HwEntryConfig> wantedEntry(HwTableId id, HwIndex index) const;
+    /**
+     * The forms that rows of a hardware table have on this chip, for tools that show rows. The first one
+     * whose `holds` says so, or is empty, is that of a row. Empty for a table that does not tell.
+     */
+    virtual std::vector<RowLayout> rowLayouts(HwTableId id) const;
 
     DescriptorMap const& descriptors() const { return descriptors_; }
     HwTableMap const& hwTables() const { return hwTables_; }
