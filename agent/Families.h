@@ -27,6 +27,8 @@ struct Family {
     /** The numbers that the factory takes, in its order. */
     std::vector<FamilyNumber> numbers;
     std::function<std::unique_ptr<JsonTable>(Belmo::String const& name, FamilyNumbers const& numbers)> make;
+    /** Speaks in JSON to a table that someone else made; null for one that is not of the family. */
+    std::function<std::unique_ptr<JsonTable>(Belmo::Ptr<NerioSwitchApi::SwTable> const& table)> wrap;
 };
 
 /** Every family of the library. A family joins the tools by one line there. */

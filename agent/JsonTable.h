@@ -73,6 +73,8 @@ public:
     }
     /** None for tables without a hash, and before the start. */
     virtual std::optional<HashPlacement> placement() const { return std::nullopt; }
+    /** The key as `entries` gives it: numbers as numbers, and attributes that were left out as well. */
+    virtual Json keyForm(Json const& key, Place const& place) const = 0;
     virtual Belmo::String keyText(Json const& key, Place const& place) const = 0;
     virtual Belmo::String resultText(Json const& result, Place const& place) const = 0;
     [[nodiscard]] virtual Belmo::Subscription observe(ChangeObserver observer) = 0;
@@ -174,6 +176,10 @@ public:
         } else {
             return std::nullopt;
         }
+    }
+
+    Json keyForm(Json const& key, Place const& place) const override {
+        return toJson(fromJson<Key>(key, place.member("key")));
     }
 
     Belmo::String keyText(Json const& key, Place const& place) const override {

@@ -230,4 +230,18 @@ void applyEntries(StateFile const& file, TableState const& state, JsonTable& tab
     }
 }
 
+void entriesAre(StateFile const& file, TableState const& state, JsonTable& table) {
+    std::set<Belmo::String> wanted;
+    for (auto const& entry : state.entries) {
+        auto const* key = optionalMember(entry, "key");
+        if (key != nullptr) wanted.insert(table.keyForm(*key, {}).dump());
+    }
+    for (auto const& [key, result] : table.entries()) {
+        if (!wanted.contains(key.dump())) table.entryDel(key, {});
+    }
+    applyEntries(file, state, table);
+    for (auto const& key : table.inconsistent())
+        table.handleEntry(key, {});
+}
+
 }  // namespace Agent

@@ -73,5 +73,10 @@ Json stateToJson(StateFile const& file);
  * key without a row is only refused by a table that is up.
  */
 void applyEntries(StateFile const& file, TableState const& state, JsonTable& table);
+/**
+ * The same, and before it deletes all other entries; behind it writes those anew that came back from hardware
+ * in disorder.
+ */
+void entriesAre(StateFile const& file, TableState const& state, JsonTable& table);
 
 }  // namespace Agent

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <memory>
 #include <system_error>
+#include <unistd.h>
 #include <zlib.h>
 
 #include "Belmo/Exceptions.h"
@@ -27,7 +28,8 @@ Belmo::String reasonOf(gzFile file) {
 Belmo::String textOfFile(Belmo::String const& path) {
     errno = 0;
     // Reads compressed files, and all others as they are.
-    std::unique_ptr<gzFile_s, int (*)(gzFile)> const file(gzopen(path.c_str(), "rb"), gzclose);
+    std::unique_ptr<gzFile_s, int (*)(gzFile)> const file(
+        path == "-" ? gzdopen(::dup(STDIN_FILENO), "rb") : gzopen(path.c_str(), "rb"), gzclose);
     if (!file) refuse(std::generic_category().message(errno));
     Belmo::String text;
     std::array<char, 65536> part;

@@ -4,8 +4,10 @@
 
 namespace Agent {
 
-/** A whole file as text, unpacked if it was packed by gzip; throws `Belmo::ResourceException` with the reason
- * alone. */
+/**
+ * A whole file as text, unpacked if it was packed by gzip, standard input for "-"; throws
+ * `Belmo::ResourceException` with the reason alone.
+ */
 Belmo::String textOfFile(Belmo::String const& path);
 
 }  // namespace Agent

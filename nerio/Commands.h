@@ -14,5 +14,8 @@ void addScript(CLI::App& app, int& status);
 void addLookup(CLI::App& app, int& status);
 void addRoutes(CLI::App& app, int& status);
 void addCapacity(CLI::App& app, int& status);
+void addApply(CLI::App& app, int& status);
+void addDiff(CLI::App& app, int& status);
+void addDump(CLI::App& app, int& status);
 
 }  // namespace Nerio

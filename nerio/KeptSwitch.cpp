@@ -1,31 +1,163 @@
 #include "nerio/KeptSwitch.h"
 
-#include <fstream>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <iterator>
+#include <memory>
+#include <system_error>
+#include <unistd.h>
 
-#include "Belmo/Exceptions.h"
+#include "agent/ProfileJson.h"
+#include "agent/RouteFile.h"
+#include "nerio/Guarded.h"
 
 namespace Nerio {
 
 namespace {
 
-std::filesystem::path stateFileIn(std::filesystem::path const& directory) {
-    return directory / "state.json";
+namespace fs = std::filesystem;
+using Agent::StateFile;
+
+constexpr char const* stateName = "state.json";
+constexpr char const* routesName = "routes.txt";
+
+[[noreturn]] void cannotWrite(fs::path const& path) {
+    throw Belmo::ResourceException(
+        fmt::format("{}: cannot be written: {}", path.string(), std::generic_category().message(errno)));
+}
+
+bool isThere(fs::path const& path) {
+    std::error_code ignored;
+    return fs::exists(path, ignored);
+}
+
+/** Renaming is what makes a file count, so it is done in the end and never undone. */
+void renameTo(fs::path const& from, fs::path const& to) {
+    if (std::rename(from.c_str(), to.c_str()) != 0) cannotWrite(to);
+}
+
+void readRoutes(StateFile& state, fs::path const& path) {
+    auto const file = Agent::readRouteFile(path.string(), state.profile->numVrfs);
+    if (!file.problems.empty())
+        throw Agent::StateFileException(path.string(), "", file.problems.front().text);
+    for (auto const& route : file.routes)
+        state.routes.push_back({route.key, route.nexthop});
+}
+
+StateFile stateAt(fs::path const& statePath, fs::path const& routesPath) {
+    auto state = Agent::readStateFile(statePath.string());
+    if (isThere(routesPath)) readRoutes(state, routesPath);
+    return state;
+}
+
+fs::path nextOf(fs::path const& directory, unsigned number) {
+    return directory / fmt::format("next{}", number);
+}
+
+/** The routes of a change. While it is being done, its list stands where that of the one before it did. */
+fs::path routesOf(fs::path const& directory, unsigned number) {
+    for (; number > 0; --number) {
+        if (auto const routes = nextOf(directory, number) / routesName; isThere(routes)) return routes;
+    }
+    return directory / routesName;
+}
+
+/** How many changes have been begun and not done. */
+unsigned changesIn(fs::path const& directory) {
+    unsigned number = 0;
+    while (isThere(nextOf(directory, number + 1) / stateName))
+        ++number;
+    return number;
+}
+
+std::string listOf(std::vector<Agent::Route> const& routes) {
+    std::string text;
+    auto end = std::back_inserter(text);
+    for (auto const& route : routes) {
+        end = fmt::format_to(end, "{} {} {}\n", route.key.prefix().text(), route.nexthop.value(),
+                             route.key.vrf());
+    }
+    return text;
 }
 
 }  // namespace
 
-std::optional<Agent::StateFile> keptState(std::filesystem::path const& directory) {
-    auto const path = stateFileIn(directory);
-    std::error_code ignored;
-    if (!std::filesystem::exists(path, ignored)) return std::nullopt;
-    return Agent::readStateFile(path.string());
+void fileIs(fs::path const& path, std::string_view text) {
+    auto const temporary = fs::path(path.string() + ".new");
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(temporary.c_str(), "wb"), std::fclose);
+    if (!file) cannotWrite(path);
+    bool const written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
+                         std::fflush(file.get()) == 0 && ::fsync(::fileno(file.get())) == 0;
+    if (!written) {
+        int const error = errno;
+        std::error_code ignored;
+        fs::remove(temporary, ignored);
+        errno = error;
+        cannotWrite(path);
+    }
+    file.reset();
+    renameTo(temporary, path);
 }
 
-void keptStateIs(std::filesystem::path const& directory, Agent::StateFile const& state) {
-    auto const path = stateFileIn(directory);
-    std::ofstream stream(path);
-    stream << Agent::stateToJson(state).dump(1) << '\n';
-    if (!stream.flush()) throw Belmo::ResourceException(path.string() + ": cannot be written");
+std::optional<KeptState> keptState(fs::path const& directory) {
+    std::vector<StateFile> states;
+    if (isThere(directory / stateName))
+        states.push_back(stateAt(directory / stateName, directory / routesName));
+    for (unsigned number = 1; number <= changesIn(directory); ++number)
+        states.push_back(stateAt(nextOf(directory, number) / stateName, routesOf(directory, number)));
+    if (states.empty()) return std::nullopt;
+    KeptState kept{std::move(states.back()), {}};
+    states.pop_back();
+    kept.earlier = std::move(states);
+    return kept;
+}
+
+KeptState requiredState(fs::path const& directory) {
+    auto state = keptState(directory);
+    if (!state || !isThere(directory / "chip"))
+        throw BadInput(fmt::format("{}: no switch is kept there", directory.string()));
+    return *std::move(state);
+}
+
+KeptState changedState(fs::path const& directory, StateFile wanted) {
+    KeptState state{std::move(wanted), {}};
+    auto const kept = keptState(directory);
+    if (!kept) return state;
+    // Tables of another chip cannot be brought up; the chip's file refuses those of another kind.
+    auto const isOfThisChip = [&](StateFile const& each) {
+        return Agent::profileToJson(*each.profile) == Agent::profileToJson(*state.wanted.profile);
+    };
+    std::ranges::copy_if(kept->earlier, std::back_inserter(state.earlier), isOfThisChip);
+    if (isOfThisChip(kept->wanted)) state.earlier.push_back(kept->wanted);
+    return state;
+}
+
+StateChange::StateChange(fs::path directory, StateFile const& state)
+    : directory_(std::move(directory)), number_(changesIn(directory_) + 1) {
+    auto const next = nextOf(directory_, number_);
+    std::error_code error;
+    fs::create_directory(next, error);
+    if (error)
+        throw Belmo::ResourceException(fmt::format("cannot make {}: {}", next.string(), error.message()));
+    auto withoutRoutes = state;
+    withoutRoutes.routes.clear();
+    fileIs(next / routesName, listOf(state.routes));
+    fileIs(next / stateName, Agent::stateToJson(withoutRoutes).dump(1) + "\n");
+}
+
+void StateChange::done() {
+    // At each step the last change that there is is this one.
+    for (unsigned number = number_; number > 0; --number) {
+        auto const from = nextOf(directory_, number);
+        auto const to = number == 1 ? directory_ : nextOf(directory_, number - 1);
+        renameTo(from / routesName, to / routesName);
+        renameTo(from / stateName, to / stateName);
+        std::error_code ignored;
+        fs::remove(from, ignored);
+    }
 }
 
 }  // namespace Nerio

@@ -55,14 +55,6 @@ IpAddr addressOf(Options const& options) {
     }
 }
 
-Agent::StateFile stateIn(std::string const& directory) {
-    std::error_code ignored;
-    auto state = keptState(directory);
-    if (!state || !std::filesystem::exists(std::filesystem::path(directory) / "chip", ignored))
-        throw BadInput(fmt::format("{}: no switch is kept there", directory));
-    return *std::move(state);
-}
-
 void printJson(Options const& options, std::optional<Chip::LpmHit> const& hit,
                std::optional<Prefix> const& route) {
     Json answer{{"address", options.address}, {"vrf", vrfOf(options)}, {"found", hit.has_value()}};
@@ -95,7 +87,7 @@ void printText(Options const& options, std::optional<Chip::LpmHit> const& hit,
 /** Where packets to an address would go. */
 int lookUpAddress(Options const& options, std::string const& directory) {
     auto const address = addressOf(options);
-    auto const state = stateIn(directory);
+    auto const state = requiredState(directory).wanted;
     if (vrfOf(options) >= state.profile->numVrfs)
         throw BadInput(fmt::format("VRF {} is above {}", vrfOf(options), state.profile->numVrfs - 1));
     Switch target(state.profile, directory);
@@ -117,7 +109,7 @@ void nameRoute(Chip::PacketWay& way, Switch& target, std::string const& destinat
 
 /** The way of a packet. */
 int lookUpPacket(Options const& options, std::string const& directory, std::string const& where) {
-    auto const state = stateIn(directory);
+    auto const state = requiredState(directory).wanted;
     auto const packet = arrivingPacket(options.packet, options.vrf, *state.profile);
     Switch target(state.profile, directory);
     auto way = Chip::packetWay(target.chip(), target.profile(), packet);

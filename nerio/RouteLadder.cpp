@@ -67,7 +67,7 @@ RouteLadder::RouteLadder(Switch& target, NerioSwitchApi::StartMode mode)
     checkProfile(target_.profile());
     target_.takeWriteCount();
     for (auto const& table : stages_.tables())
-        target_.attach(table, mode);
+        target_.adopt({table->name(), table->name(), {}}, table, mode);
     startWrites_ = target_.takeWriteCount();
     agent_ = std::make_unique<Agent::RouteAgent>(stages_);
 }

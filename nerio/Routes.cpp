@@ -153,14 +153,19 @@ StateFile emptyState() {
 
 int runRoutes(Options const& options) {
     auto const kept = keptState(options.directory);
-    auto const state = kept ? *kept : emptyState();
+    auto state = kept ? kept->wanted : emptyState();
     auto const file = routesOf(options, *state.profile);
     printProblems("routes", options, file);
     if (!file.problems.empty() && !options.skipBad) return badInput;
     Switch target(state.profile, options.directory);
     target.chip();
-    if (!kept) keptStateIs(options.directory, state);
-    return load("routes", options, target, file);
+    state.routes.clear();
+    for (auto const& route : file.routes)
+        state.routes.push_back({route.key, route.nexthop});
+    StateChange change(options.directory, state);
+    int const status = load("routes", options, target, file);
+    change.done();
+    return status;
 }
 
 int runCapacity(Options const& options) {

@@ -1,21 +1,18 @@
-#include <chrono>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "agent/StateFile.h"
-#include "agent/SwitchEntries.h"
 #include "nerio/CampusExample.h"
 #include "nerio/Commands.h"
 #include "nerio/Guarded.h"
 #include "nerio/KeptSwitch.h"
+#include "nerio/ProgrammedSwitch.h"
 #include "nerio/RunReport.h"
 #include "nerio/SecondProcess.h"
-#include "nerio/SwitchAgents.h"
 #include "nerio/TemporaryDirectory.h"
 
 /*
@@ -43,108 +40,20 @@ StateFile stateOf(Options const& options) {
                                      : Agent::readStateFile(options.stateFile);
 }
 
-/** The tables of a state, but for those of agents, and what they are to hold. */
-class WantedTables {
-public:
-    explicit WantedTables(StateFile const& file)
-        : file_(file),
-          ofSwitchState_(Agent::tablesOf(file.switchState)),
-          entries_(Agent::SwitchEntries::of(file.switchState, *file.profile)) {}
-
-    /** Calls `visit(spec, place)` for each, with its place in the file. */
-    template <class Visit>
-    void forEach(Visit const& visit) const {
-        for (auto const& state : file_.tables)
-            visit(state.spec, state.place);
-        for (auto const& [spec, part] : ofSwitchState_)
-            visit(spec, "/" + part);
-    }
-
-    /** Gives a table its entries. */
-    void applyTo(Agent::TableSpec const& spec, Agent::JsonTable& table) const {
-        for (auto const& state : file_.tables) {
-            if (state.spec.name == spec.name) Agent::applyEntries(file_, state, table);
-        }
-        for (auto const& wanted : ofSwitchState_) {
-            if (wanted.spec.name == spec.name) entries_.applyTo(*table.table());
-        }
-    }
-
-private:
-    StateFile const& file_;
-    std::vector<Agent::SwitchTable> ofSwitchState_;
-    Agent::SwitchEntries entries_;
-};
-
-using Clock = std::chrono::steady_clock;
-
-/** Starts the switch and calls `settle(spec, table)` for each that came up, all of it on the table's account.
- */
-template <class Settle>
-std::vector<TableReport> startTables(Switch& target, StartMode mode, Settle&& settle) {
-    std::vector<TableReport> reports;
-    auto begin = Clock::now();
-    target.start(mode, [&](Agent::TableSpec const& spec, Agent::JsonTable& table) {
-        TableReport report;
-        report.spec = spec;
-        report.entries = table.entryCount();
-        settle(spec, table);
-        report.defaultEntries = table.defaultEntryCount();
-        report.placement = table.placement();
-        report.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
-        report.registerWrites = target.takeWriteCount();
-        reports.push_back(std::move(report));
-        begin = Clock::now();
-    });
-    for (auto& report : reports) {
-        auto verification = target.verify(*target.table(report.spec.name)->table());
-        report.rows = verification.rows;
-        report.differences = std::move(verification.differences);
-    }
-    return reports;
-}
-
 /** The first process's part: the switch, programmed cold, and kept in the directory. */
 Json programCold(StateFile const& file, std::filesystem::path const& directory) {
-    Switch target(file.profile, directory);
-    WantedTables const wanted(file);
-    wanted.forEach([&](auto const& spec, auto const&) { wanted.applyTo(spec, *target.tableIs(spec)); });
-    auto tables = startTables(target, StartMode::cold, [](auto const&, auto const&) {});
-    StartReport const report{std::move(tables), startAgents(file, target, StartMode::cold)};
-    keptStateIs(directory, file);
-    return toJson(report);
+    ProgrammedSwitch programmed(changedState(directory, file), directory, StartMode::cold,
+                                ProgrammedSwitch::Keeping::change);
+    programmed.verify();
+    return toJson(programmed.report());
 }
 
 /** The second process's part: adopts what the shadow holds, then wants every entry of the state again. */
 int restartWarm(std::filesystem::path const& directory) {
-    auto const file = keptState(directory).value();
-    Switch target(file.profile, directory);
-    WantedTables const wanted(file);
-    wanted.forEach([&](auto const& spec, auto const&) { target.tableIs(spec); });
-    auto tables = startTables(target, StartMode::warm, [&](auto const& spec, Agent::JsonTable& table) {
-        wanted.applyTo(spec, table);
-    });
-    StartReport const report{std::move(tables), startAgents(file, target, StartMode::warm)};
-    fmt::print("{}\n", toJson(report).dump());
+    ProgrammedSwitch programmed(requiredState(directory), directory, StartMode::warm);
+    programmed.verify();
+    fmt::print("{}\n", toJson(programmed.report()).dump());
     return done;
-}
-
-/** Brings the state up on a chip in memory: what cannot be programmed is found before anything is. */
-void rehearse(StateFile const& file) {
-    Switch scratch(file.profile);
-    WantedTables const wanted(file);
-    wanted.forEach([&](Agent::TableSpec const& spec, Belmo::String const& place) {
-        auto& table = *scratch.tableIs(spec);
-        try {
-            scratch.start(StartMode::cold);
-            wanted.applyTo(spec, table);
-        } catch (Agent::StateFileException const&) {
-            throw;
-        } catch (Belmo::Exception const& failure) {
-            throw Agent::StateFileException(file.path, place, failure.what());
-        }
-    });
-    startAgents(file, scratch, StartMode::cold);
 }
 
 int runSwitch(Options const& options) {

@@ -9,8 +9,6 @@ namespace Nerio {
 
 using NerioSwitchApi::StartMode;
 
-namespace {
-
 void directoryIs(std::filesystem::path const& directory) {
     std::error_code error;
     std::filesystem::create_directories(directory, error);
@@ -20,6 +18,8 @@ void directoryIs(std::filesystem::path const& directory) {
             fmt::format("cannot make {}: {}", directory.string(), error.message()));
     }
 }
+
+namespace {
 
 /** The chip of a profile, whose numbers may ask for more registers than memory holds. */
 Belmo::Ptr<Chip::SimulatedChip> chipOf(NerioSwitch::ProfileInfo const& profile,
@@ -88,6 +88,17 @@ void Switch::attach(Belmo::Ptr<NerioSwitchApi::SwTable> const& table, StartMode 
     open();
     if (!framework_) framework_ = newFramework();
     framework_->tableIs(table, mode);
+}
+
+void Switch::adopt(Agent::TableSpec const& spec, Belmo::Ptr<NerioSwitchApi::SwTable> const& table,
+                   StartMode mode) {
+    attach(table, mode);
+    tables_.push_back({spec, Agent::family(spec.family)->wrap(table)});
+}
+
+void Switch::forEachTable(Visitor const& visit) const {
+    for (auto const& [spec, table] : tables_)
+        visit(spec, *table);
 }
 
 void Switch::start(StartMode mode, Visitor const& started) {

@@ -15,6 +15,9 @@
 
 namespace Nerio {
 
+/** Makes a switch's directory if it is missing; throws `Belmo::ResourceException`. */
+void directoryIs(std::filesystem::path const& directory);
+
 /**
  * A switch over a simulated chip: the chip, the shadow of what it holds, and the tables of one process. Kept
  * in a directory, chip and shadow outlive the process; otherwise they live as long as this object.
@@ -43,6 +46,11 @@ public:
     void start(NerioSwitchApi::StartMode mode, Visitor const& started = {});
     /** Brings up a table of whoever calls, who keeps it for as long as this switch is there. */
     void attach(Belmo::Ptr<NerioSwitchApi::SwTable> const& table, NerioSwitchApi::StartMode mode);
+    /** The same of one that is to be among the tables of this switch, as what would make it again. */
+    void adopt(Agent::TableSpec const& spec, Belmo::Ptr<NerioSwitchApi::SwTable> const& table,
+               NerioSwitchApi::StartMode mode);
+    /** Calls `visit` for each table, in order of creation. */
+    void forEachTable(Visitor const& visit) const;
     /** The chip, which is made by now or here. */
     Chip::SimulatedChip& chip();
     /** The shadow of what the chip holds, likewise. */

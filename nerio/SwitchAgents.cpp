@@ -27,24 +27,14 @@ void atPlace(StateFile const& file, Agent::Place const& place, Work const& work)
     }
 }
 
-RouteReport programRoutes(StateFile const& file, Agent::Place const& place, RouteLadder& ladder) {
-    std::size_t number = 0;
-    for (auto const& route : file.routes)
-        atPlace(file, place.element(number++), [&] { ladder.agent().routeIs(route.key, route.nexthop); });
-    RouteReport report;
-    report.load = ladder.reconciled();
-    return report;
-}
-
 /** Measures what bringing up and programming the tables of an agent takes. */
 class Measured {
 public:
     explicit Measured(Switch& target) : target_(target) { target_.takeWriteCount(); }
 
-    template <class Tables>
-    void attach(Tables const& tables, StartMode mode) {
-        for (auto const& table : tables)
-            target_.attach(table, mode);
+    template <class BringUp>
+    void attach(BringUp const& bringUp) {
+        bringUp();
         report.startWrites = target_.takeWriteCount();
     }
     /** Gives an agent each of what is wanted. */
@@ -62,15 +52,6 @@ public:
         report.registerWrites = target_.takeWriteCount();
         report.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin_).count();
     }
-    template <class Tables>
-    void verify(Tables const& tables) {
-        for (auto const& table : tables) {
-            auto verification = target_.verify(*table);
-            report.verification.rows += verification.rows;
-            std::ranges::move(verification.differences, std::back_inserter(report.verification.differences));
-        }
-    }
-
     WholeReport report;
 
 private:
@@ -80,63 +61,118 @@ private:
     Clock::time_point begin_ = Clock::now();
 };
 
-/** Rows of (*,G) routes are verified with those of the ladder. */
-WholeReport programMulticastRoutes(StateFile const& file, Agent::Place const& place, Switch& target,
-                                   StartMode mode, RouteLadder& ladder, MulticastTables const& tables) {
-    atPlace(file, place, [&] { MulticastAgent::checkProfile(target.profile()); });
-    Measured measured(target);
-    measured.attach(tables.tables(), mode);
-    MulticastAgent agent(tables);
-    agent.rowsFreedIs([&ladder] { ladder.agent().retryWaiting(); });
-    measured.tell(file, place, file.multicastRoutes, [&](auto const& route) { return agent.routeIs(route); });
-    agent.othersDel();
-    measured.done();
-    measured.report.rowsInUse = agent.routes() + agent.vlanRowsInUse();
-    measured.verify(std::array<Belmo::Ptr<NerioSwitchApi::SwTable>, 2>{tables.sources, tables.vlanGroups});
-    return std::move(measured.report);
+Agent::TableSpec specOf(char const* family, NerioSwitchApi::SwTable const& table,
+                        Agent::FamilyNumbers numbers = {}) {
+    return {family, table.name(), std::move(numbers)};
 }
 
-WholeReport programTranslations(StateFile const& file, Agent::Place const& place, Switch& target,
-                                StartMode mode) {
-    auto const tables = NatTables::made(target.profile());
-    Measured measured(target);
-    measured.attach(tables.tables(), mode);
-    NatAgent agent(tables.matches, tables.rewrites);
-    measured.tell(file, place, file.translations,
-                  [&](auto const& translation) { return agent.translationIs(translation); });
-    agent.othersDel();
-    measured.done();
-    for (auto const& table : tables.matches)
-        measured.report.rowsInUse += table->hashConvertor()->rowsInUse();
-    for (auto const& table : tables.rewrites)
-        measured.report.rowsInUse += table->hashConvertor()->rowsInUse();
-    measured.verify(tables.tables());
-    return std::move(measured.report);
+template <class Tables>
+void verifyInto(Agent::Verification& all, Switch const& target, Tables const& tables) {
+    for (auto const& table : tables) {
+        auto verification = target.verify(*table);
+        all.rows += verification.rows;
+        std::ranges::move(verification.differences, std::back_inserter(all.differences));
+    }
 }
 
 }  // namespace
 
-AgentsReport startAgents(StateFile const& file, Switch& target, StartMode mode) {
+AgentParts AgentParts::of(StateFile const& state) {
+    return {!state.routes.empty(), !state.multicastRoutes.empty(), !state.translations.empty()};
+}
+
+AgentParts AgentParts::operator|(AgentParts const& other) const {
+    return {routes || other.routes, multicastRoutes || other.multicastRoutes,
+            translations || other.translations};
+}
+
+SwitchAgents::SwitchAgents(StateFile const& file, Switch& target, StartMode mode, AgentParts const& parts,
+                           Progress const& progress)
+    : file_(file), target_(target), multicastTables_(MulticastTables::made()) {
+    auto const needed = parts | AgentParts::of(file);
     Agent::Place const root;
-    auto const routes = root.member("routes");
-    auto const multicastRoutes = root.member("multicastRoutes");
-    auto const translations = root.member("translations");
-    AgentsReport report;
-    std::optional<RouteLadder> ladder;
-    if (!file.routes.empty() || !file.multicastRoutes.empty()) {
-        atPlace(file, file.routes.empty() ? multicastRoutes : routes.element(0),
-                [&] { ladder.emplace(target, mode); });
-        report.routes = programRoutes(file, routes, *ladder);
+    if (needed.routes || needed.multicastRoutes) {
+        auto const routes = root.member("routes");
+        atPlace(file, file.routes.empty() ? root.member("multicastRoutes") : routes.element(0),
+                [&] { ladder_.emplace(target, mode); });
+        programRoutes(progress);
     }
-    auto const multicastTables = MulticastTables::made();
-    if (!file.multicastRoutes.empty()) {
-        report.multicastRoutes =
-            programMulticastRoutes(file, multicastRoutes, target, mode, *ladder, multicastTables);
+    if (needed.multicastRoutes) programMulticastRoutes(mode);
+    if (needed.translations) programTranslations(mode);
+}
+
+SwitchAgents::~SwitchAgents() = default;
+
+void SwitchAgents::programRoutes(Progress const& progress) {
+    Agent::Place const root;
+    auto const place = root.member("routes");
+    std::size_t number = 0;
+    for (auto const& route : file_.routes) {
+        atPlace(file_, place.element(number), [&] { ladder_->agent().routeIs(route.key, route.nexthop); });
+        ++number;
+        if (progress) progress(number);
     }
-    if (!file.translations.empty())
-        report.translations = programTranslations(file, translations, target, mode);
-    if (ladder) report.routes->verification = ladder->verify();
-    return report;
+    report_.routes.emplace().load = ladder_->reconciled();
+}
+
+void SwitchAgents::programMulticastRoutes(StartMode mode) {
+    Agent::Place const root;
+    auto const place = root.member("multicastRoutes");
+    atPlace(file_, place, [&] { MulticastAgent::checkProfile(target_.profile()); });
+    Measured measured(target_);
+    measured.attach([&] {
+        target_.adopt(specOf("sG", *multicastTables_.sources), multicastTables_.sources, mode);
+        target_.adopt(specOf("starG", *multicastTables_.groups), multicastTables_.groups, mode);
+        target_.adopt(specOf("vlanGroup", *multicastTables_.vlanGroups), multicastTables_.vlanGroups, mode);
+    });
+    multicastAgent_ = std::make_unique<MulticastAgent>(multicastTables_);
+    auto& agent = *multicastAgent_;
+    agent.rowsFreedIs([this] { ladder_->agent().retryWaiting(); });
+    measured.tell(file_, place, file_.multicastRoutes,
+                  [&](auto const& route) { return agent.routeIs(route); });
+    agent.othersDel();
+    measured.done();
+    measured.report.rowsInUse = agent.routes() + agent.vlanRowsInUse();
+    report_.multicastRoutes = std::move(measured.report);
+}
+
+void SwitchAgents::programTranslations(StartMode mode) {
+    Agent::Place const root;
+    auto const place = root.member("translations");
+    natTables_ = NatTables::made(target_.profile());
+    Measured measured(target_);
+    measured.attach([&] {
+        U64 pipeline = 0;
+        for (auto const& table : natTables_.matches) {
+            target_.adopt(specOf("natMatch", *table, {{"pipeline", pipeline}}), table, mode);
+            pipeline += 2;
+        }
+        U64 processor = 0;
+        for (auto const& table : natTables_.rewrites)
+            target_.adopt(specOf("natRewrite", *table, {{"pipeline", processor++}}), table, mode);
+    });
+    natAgent_ = std::make_unique<NatAgent>(natTables_.matches, natTables_.rewrites);
+    auto& agent = *natAgent_;
+    measured.tell(file_, place, file_.translations,
+                  [&](auto const& translation) { return agent.translationIs(translation); });
+    agent.othersDel();
+    measured.done();
+    for (auto const& table : natTables_.matches)
+        measured.report.rowsInUse += table->hashConvertor()->rowsInUse();
+    for (auto const& table : natTables_.rewrites)
+        measured.report.rowsInUse += table->hashConvertor()->rowsInUse();
+    report_.translations = std::move(measured.report);
+}
+
+void SwitchAgents::verify() {
+    if (report_.multicastRoutes) {
+        // Rows of (*,G) routes are verified with those of the ladder.
+        verifyInto(report_.multicastRoutes->verification, target_,
+                   std::array<Belmo::Ptr<NerioSwitchApi::SwTable>, 2>{multicastTables_.sources,
+                                                                      multicastTables_.vlanGroups});
+    }
+    if (report_.translations) verifyInto(report_.translations->verification, target_, natTables_.tables());
+    if (ladder_) report_.routes->verification = ladder_->verify();
 }
 
 }  // namespace Nerio

@@ -28,6 +28,9 @@ int runCommand(int argc, char** argv) {
     Nerio::addRoutes(app, status);
     Nerio::addCapacity(app, status);
     Nerio::addLookup(app, status);
+    Nerio::addApply(app, status);
+    Nerio::addDump(app, status);
+    Nerio::addDiff(app, status);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
