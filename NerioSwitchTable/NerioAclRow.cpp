@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <iterator>
+#include <span>
 #include <tuple>
 #include <utility>
 
@@ -257,6 +259,36 @@ Lanvo::Prefix unpackedPrefix(BitField const& field, BitField const& maskType, U8
     return {Lanvo::IpAddr::fromHostOrder(address), length};
 }
 
+/** Those of the fields that a layout does not lack. */
+template <std::size_t size>
+std::vector<BitField> present(std::array<BitField, size> const& fields) {
+    std::vector<BitField> all(fields.begin(), fields.end());
+    std::erase_if(all, [](BitField const& field) { return field.width == 0; });
+    return all;
+}
+
+/** Adds a field of a key: in two pieces, if part of it is implied by the row's number. */
+void addKeyField(BitField const& field, std::span<AclRowLayout::KeyPart const> parts,
+                 std::vector<NerioSwitchApi::RowField>& fields) {
+    std::vector<NerioSwitchApi::RowField> pieces;
+    for (auto const& part : parts) {
+        U32 const first = std::max<U32>(field.first, part.key.first);
+        U32 const end = std::min(field.end(), part.key.end());
+        if (first >= end) continue;
+        U32 const place = first - part.key.first + part.row.first;
+        if (!pieces.empty() && pieces.back().end() == place) {
+            pieces.back().width += end - first;
+        } else {
+            pieces.emplace_back(field.name, place, end - first);
+        }
+    }
+    if (pieces.size() > 1) {
+        pieces.front().name += "Low";
+        pieces.back().name += "High";
+    }
+    std::ranges::move(pieces, std::back_inserter(fields));
+}
+
 /** The lower a priority's number, the higher the value in hardware; none is 0. */
 U64 hwPriority(BitField const& field, HwAclPriority priority) {
     return priority == HwAclPriority() ? 0 : (U64{1} << field.width) - priority.value();
@@ -417,6 +449,22 @@ void AclRowLayout::set(AclPackedKey const& packed, AclHashResult const& result, 
     encode(packed, result, row);
 }
 
+std::vector<NerioSwitchApi::RowField> AclRowLayout::rowFields() const {
+    std::vector<NerioSwitchApi::RowField> fields;
+    for (auto const& field : key.fields())
+        addKeyField(field, keyParts, fields);
+    for (auto const* rule : {&forms[0], &forms[1], &secondChain}) {
+        for (NerioSwitchApi::RowField const field : present(rule->fields())) {
+            if (std::ranges::find(fields, field) == fields.end()) fields.push_back(field);
+        }
+    }
+    // Of two forms each one clears the other's priority.
+    bool const haveOneForm = forms[0].zero.first == forms[1].zero.first;
+    if (haveOneForm && forms[0].zero.width != 0) fields.emplace_back(forms[0].zero);
+    fields.emplace_back(parity);
+    return fields;
+}
+
 AclPackedKey AclRowLayout::packedKey(U32 const* row) const {
     AclPackedKey packed{};
     for (auto const& part : keyParts)
@@ -456,6 +504,11 @@ AclRowLayout const& AclRowLayouts::ofPhysTable(U8 physTableIdx) const {
     BELMO_ASSERT_TEXT(found != tables_.end(),
                       fmt::format("invalid ACL hashTableId {}", physTableIdx).c_str());
     return *found;
+}
+
+std::vector<NerioSwitchApi::RowField> AclRowLayouts::rowFields(U8 physTableIdx) const {
+    return NerioSwitchApi::rowFields(ofPhysTable(physTableIdx).rowFields(),
+                                     present(controlFields(format_.singleAclPipeMode).fields()));
 }
 
 void AclRowLayouts::setControl(Dovra::Cuckoo::CuckooLocation const& location, U8 physTableIdx, U8 pipeline,

@@ -3,10 +3,12 @@
 #include <array>
 #include <cstddef>
 #include <optional>
+#include <vector>
 
 #include "Dovra/Cuckoo.h"
 #include "NerioSwitch/AclHash.h"
 #include "NerioSwitch/ProfileInfo.h"
+#include "NerioSwitchApi/RowLayout.h"
 
 #include "NerioSwitchTable/BitField.h"
 #include "NerioSwitchTable/Export.h"
@@ -92,6 +94,8 @@ struct AclRuleFields {
     BitField rangeId{};
     /** Bits that are cleared. */
     BitField zero{};
+
+    constexpr std::array<BitField, 4> fields() const { return {priority, ruleFlag, counter, rangeId}; }
 };
 
 /** What a row holds. */
@@ -130,6 +134,10 @@ struct NERIO_SWITCH_TABLE_EXPORT AclRowLayout {
     /** Puts key, rules and parity into a row; all other bits of it stay. */
     void set(AclPackedKey const& packed, NerioSwitch::AclHashResult const& result, U32* row) const;
 
+    /** All fields but those of the control word. A field of the key that lies in two parts of the row is told
+     * as its low and its high bits. */
+    std::vector<NerioSwitchApi::RowField> rowFields() const;
+
     AclPackedKey packedKey(U32 const* row) const;
     /** What a row holds; nothing if it is empty. Throws `Belmo::RangeException` for what no key can hold. */
     std::optional<AclRow> decode(U32 const* row) const;
@@ -143,6 +151,10 @@ struct AclControlFields {
     BitField pipeline{};
     BitField zero{};
     BitField writeStrobe{};
+
+    constexpr std::array<BitField, 6> fields() const {
+        return {row, table, physTableIdx, pipeline, zero, writeStrobe};
+    }
 };
 
 /** All rows of a chip: one layout for each physical table, and the control word. */
@@ -154,6 +166,9 @@ public:
     AclRowLayout const& ofCombination(NerioSwitch::HwAclCombinationId combination) const;
     /** Another number than 0, 1, 2 and 5 is a programming error. */
     AclRowLayout const& ofPhysTable(U8 physTableIdx) const;
+
+    /** All fields of the rows of a physical table. */
+    std::vector<NerioSwitchApi::RowField> rowFields(U8 physTableIdx) const;
 
     /** Sets the control word's fields in a row; its other bits stay. */
     void setControl(Dovra::Cuckoo::CuckooLocation const& location, U8 physTableIdx, U8 pipeline,

@@ -120,6 +120,26 @@ LpmRowLayout lpmRowLayout(LpmStage const& stage, U8 numVrfBits) {
     return layout;
 }
 
+std::vector<NerioSwitchApi::RowField> lpmRowFields(LpmRowLayout const& layout, bool sharesRows) {
+    auto zero = layout.zero;
+    auto multicast = layout.multicast;
+    if (sharesRows) {
+        --zero.width;
+    } else {
+        multicast.width = 0;
+    }
+    auto fields = NerioSwitchApi::rowFields(layout.storedAddress, layout.vrf, zero, multicast, layout.valid,
+                                            layout.cellResults, layout.cellNatResults, layout.cpuTrap,
+                                            layout.parity, LpmControl::fields, wholeAddress);
+    for (U8 cell = 0; cell < LpmRowLayout::cells; ++cell)
+        fields.emplace_back(realPrefixLen(cell));
+    return fields;
+}
+
+std::vector<NerioSwitchApi::RowField> lpmControlFields() {
+    return NerioSwitchApi::rowFields(LpmControl::fields);
+}
+
 void setLpmControl(Dovra::Cuckoo::CuckooLocation const& location, U8 hashTableId, U32* row) {
     RowImage image;
     image.put(LpmControl::row, location.row);

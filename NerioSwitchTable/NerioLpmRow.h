@@ -7,6 +7,7 @@
 #include "Dovra/Cuckoo.h"
 #include "NerioSwitch/LpmKey.h"
 #include "NerioSwitch/ProfileHwApi.h"
+#include "NerioSwitchApi/RowLayout.h"
 
 #include "NerioSwitchTable/BitField.h"
 #include "NerioSwitchTable/Export.h"
@@ -107,6 +108,12 @@ struct NERIO_SWITCH_TABLE_EXPORT LpmRowLayout {
 
 /** The layout of a stage's rows where `numVrfBits` bits of a VRF's number, 2, 3 or 5, are stored. */
 NERIO_SWITCH_TABLE_EXPORT LpmRowLayout lpmRowLayout(LpmStage const& stage, U8 numVrfBits);
+
+/** All fields of such a row: what tells whose a shared row is stands apart from the zeros below it. */
+NERIO_SWITCH_TABLE_EXPORT std::vector<NerioSwitchApi::RowField> lpmRowFields(LpmRowLayout const& layout,
+                                                                             bool sharesRows);
+/** The fields of the control word. */
+NERIO_SWITCH_TABLE_EXPORT std::vector<NerioSwitchApi::RowField> lpmControlFields();
 
 /** Sets the control word's fields in a row; its other bits stay. */
 NERIO_SWITCH_TABLE_EXPORT void setLpmControl(Dovra::Cuckoo::CuckooLocation const& location, U8 hashTableId,

@@ -46,14 +46,21 @@ struct SGRowLayout {
           tableId{"tableId", control(18), 4},
           wholeDip{"wholeDip", static_cast<U16>(32 * (dataWords + 1)), 32} {}
 
-    constexpr std::array<BitField, 14> fields() const {
-        return {compare, unicast, lookupType,   valid,      vlanGroupId, portMask,    parity,
-                natType, row,     natSessionId, natEnabled, way,         writeStrobe, tableId};
+    /** What rows of both kinds have alike, and what each kind has of its own. */
+    constexpr std::array<BitField, 12> commonFields() const {
+        return {unicast,    lookupType, valid, parity,      natType, natSessionId,
+                natEnabled, row,        way,   writeStrobe, tableId, wholeDip};
     }
+    static constexpr std::array multicastKeyFields{storedDip, sip, vlanId};
+    static constexpr std::array unicastKeyFields{storedDip, sip, ingressProfileId};
+    constexpr std::array<BitField, 2> multicastResultFields() const { return {vlanGroupId, portMask}; }
+    constexpr std::array<BitField, 2> unicastResultFields() const { return {rewriteIndex, l3LagIndex}; }
     /** Every field has its place, and those of a chip's rows share none. */
     constexpr bool fits() const {
         return natEnabled.end() <= 32u * dataWords && l3LagIndex.end() <= portMask.end() &&
-               fieldsFit(fields(), words) && fieldsDisjoint(fields());
+               fieldsFit(commonFields(), words) && fieldsDisjoint(commonFields()) &&
+               vlanGroupId.first == valid.end() && portMask.first == vlanGroupId.end() &&
+               parity.first == portMask.end();
     }
 
     U8 dataWords;

@@ -172,6 +172,10 @@ AclHashHelper::Ptr AclHashHelper::nullHashEntry() {
     return aclTable().createHashEntry(AclHashKey(), false);
 }
 
+std::vector<NerioSwitchApi::RowLayout> AclHashHelper::rowLayouts() const {
+    return {NerioSwitchApi::rowLayout(AclRowLayout::words, layouts_->rowFields(aclTable().physTableIdx()))};
+}
+
 AclHashHelper::Ptr AclHashHelper::decodeHwEntry(HwIndex index) {
     SORN_TRACE(handle, 9, "decodeHwEntry {}", index);
     auto const& layout = layouts_->ofPhysTable(aclTable().physTableIdx());

@@ -111,6 +111,7 @@ public:
     bool reachable(Dovra::Cuckoo::CuckooLocation const& location) const override;
     /** Throws `Belmo::RangeException` for a row whose key cannot be one. */
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts() const override;
 
 private:
     AclHashTable& aclTable() const { return static_cast<AclHashTable&>(*swTable()); }

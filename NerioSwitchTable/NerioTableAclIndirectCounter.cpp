@@ -161,6 +161,11 @@ AclIndirectCounterHashHelper::Ptr AclIndirectCounterHashHelper::nullHashEntry() 
     return counterTable().createHashEntry(AclIndirectCounterHashKey(), false);
 }
 
+std::vector<NerioSwitchApi::RowLayout> AclIndirectCounterHashHelper::rowLayouts() const {
+    return {
+        NerioSwitchApi::rowLayout(geometry(0).entryWords, NerioSwitchApi::rowFields(AclCounterRow::fields))};
+}
+
 AclIndirectCounterHashHelper::Ptr AclIndirectCounterHashHelper::decodeHwEntry(HwIndex index) {
     SORN_TRACE(handle, 9, "decodeHwEntry {}", index);
     BELMO_ASSERT(swTable());

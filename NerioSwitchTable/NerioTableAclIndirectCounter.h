@@ -88,6 +88,7 @@ public:
                      Sorn::BytePtr buffer) override;
     Ptr nullHashEntry() override;
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts() const override;
 
 private:
     AclIndirectCounterHashTable& counterTable() const {

@@ -91,6 +91,10 @@ public:
                    {"hash_data0", "hash_data1", "hash_data2", "hash_data3", "hash_ctl"});
     }
 
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(Copy /*copy*/) const override {
+        return {NerioSwitchApi::rowLayout(Row::words, NerioSwitchApi::rowFields(Row::fields()))};
+    }
+
 protected:
     HwIndex rowOf(AclPortRangeKey const& key) const override { return key.value().value(); }
     AclPortRangeKey keyOf(HwIndex row) const override { return AclPortRangeKey(row); }

@@ -122,6 +122,11 @@ CoppEntry CoppConvertor::defaultEntry(CoppEntryKey const& key) const {
     return CoppEntry().resultIs(CoppEntry::defaultValue(key));
 }
 
+std::vector<NerioSwitchApi::RowField> CoppConvertor::limitFields() const {
+    if (scaleFactorSupported_) return RateLimiterConvertor::limitFields();
+    return NerioSwitchApi::rowFields(RateLimiterRow::limit);
+}
+
 U32 CoppConvertor::encode(HwTableId id, CoppEntryKey const& key, CoppEntry const& entry) const {
     return entry.toHardwareValue(key, id == cpuTxTableId(), profile()->numPipelines, scaleFactorSupported_);
 }

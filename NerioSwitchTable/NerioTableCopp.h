@@ -101,6 +101,7 @@ protected:
     void forEachKey(Visit const& visit) const override;
     CoppEntryKey keyOf(HwTableId /*id*/, HwIndex row) const override { return row; }
     CoppEntry defaultEntry(CoppEntryKey const& key) const override;
+    std::vector<NerioSwitchApi::RowField> limitFields() const override;
     U32 encode(HwTableId id, CoppEntryKey const& key, CoppEntry const& entry) const override;
 
 private:

@@ -39,6 +39,11 @@ public:
         }
     }
 
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(Copy /*copy*/) const override {
+        return {NerioSwitchApi::rowLayout(
+            FloodSetRow::words, NerioSwitchApi::rowFields(layout_.fields(), FloodSetRow::controlFields))};
+    }
+
 protected:
     HwIndex rowOf(VlanId const& vlan) const override { return vlan.value(); }
     VlanId keyOf(HwIndex row) const override { return VlanId(row); }

@@ -40,6 +40,7 @@ struct FloodSetRow {
     BitField umcPortMask;
     BitField parity;
 
+    std::array<BitField, 3> fields() const { return {uucPortMask, umcPortMask, parity}; }
     /** The layout for a chip of that many ports, below 64. A chip without parity has a field of no bits. */
     static FloodSetRow of(U16 numPorts, bool hasParity);
 

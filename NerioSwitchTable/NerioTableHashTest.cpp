@@ -25,15 +25,15 @@ constexpr NerioSwitchApi::PhysicalHashGeometry geometry{.tableId = tableIndex,
 
 /** Words 0 and 1 are key and result; word 2 is the control word. */
 struct HashTestRow {
-    static constexpr U8 keyWord = 0;
-    static constexpr U8 resultWord = 1;
+    static constexpr BitField key{"key", 0, 32};
+    static constexpr BitField result{"result", 32, 32};
     static constexpr U8 controlWord = 2;
     static constexpr U16 control = 32 * controlWord;
     static constexpr BitField row{"row", control, 12};
     static constexpr BitField table{"table", control + 14, 1};
     /** The control word carries the read strobe's bit, not the write strobe's, and stays so. */
     static constexpr BitField strobe{"strobe", control + 15, 1};
-    static constexpr std::array fields{row, table, strobe};
+    static constexpr std::array fields{key, result, row, table, strobe};
 };
 static_assert(fieldsFit(HashTestRow::fields, geometry.entryWords) && fieldsDisjoint(HashTestRow::fields));
 
@@ -56,22 +56,27 @@ public:
                      Sorn::BytePtr buffer) override {
         auto const& item = static_cast<HashTestTableCuckooEntry const&>(*entry);
         auto* const words = reinterpret_cast<U32*>(buffer);
-        words[HashTestRow::keyWord] = item.key().value();
-        words[HashTestRow::resultWord] = item.result().value();
+        HashTestRow::key.set(words, item.key().value());
+        HashTestRow::result.set(words, item.result().value());
         setStaticBuffer(location, buffer);
     }
 
     Ptr nullHashEntry() override { return testTable().createHashEntry(HashTestKey(), false); }
 
     Ptr decodeHwEntry(HwIndex index) override {
-        auto const stored = convertor()->hwTable(0)->storedEntry(index);
-        if (!stored) return nullptr;
-        auto const item = testTable().createHashEntry(stored->data(HashTestRow::keyWord), true);
-        item->resultIs(stored->data(HashTestRow::resultWord));
-        item->validIs(stored->data(HashTestRow::resultWord) != 0);
+        if (!convertor()->hwTable(0)->storedEntry(index)) return nullptr;
+        auto const words = storedWords(index);
+        auto const item = testTable().createHashEntry(HashTestRow::key.get(words.data()), true);
+        item->resultIs(HashTestRow::result.get(words.data()));
+        item->validIs(HashTestRow::result.get(words.data()) != 0);
         SORN_TRACE(handle, 7, "Decoded entry is {}", item->toStrep());
-        if (copiesDiffer(index, storedWords(index))) testTable().hwInconsistentEntryIs(item->key(), true);
+        if (copiesDiffer(index, words)) testTable().hwInconsistentEntryIs(item->key(), true);
         return item;
+    }
+
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts() const override {
+        return {
+            NerioSwitchApi::rowLayout(geometry.entryWords, NerioSwitchApi::rowFields(HashTestRow::fields))};
     }
 
 private:

@@ -11,6 +11,12 @@ Sorn::TraceHandle trace("NerioTableL2Control");
 /** The one convertor of this table, for every profile. */
 class L2ControlConvertorLayer2All final
     : public PlainPortConvertor<L2ControlKey, L2ControlResult, L2ControlRow::words> {
+public:
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(NerioSwitchApi::HwTableId /*id*/) const override {
+        return {
+            NerioSwitchApi::rowLayout(L2ControlRow::words, NerioSwitchApi::rowFields(L2ControlRow::fields))};
+    }
+
 protected:
     char const* stem() const override { return "L2Control"; }
 

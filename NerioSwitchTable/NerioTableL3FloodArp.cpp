@@ -1,5 +1,9 @@
 #include "NerioSwitchTable/NerioTableL3FloodArp.h"
 
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
 #include "Belmo/Assert.h"
 #include "NerioSwitch/Parity.h"
 
@@ -66,6 +70,13 @@ void L3FloodArpConvertor::doCreateHwTables(NerioSwitchApi::TableState state) {
     }
 }
 
+std::vector<NerioSwitchApi::RowLayout> L3FloodArpConvertor::rowLayouts(HwTableId /*id*/) const {
+    std::vector<NerioSwitchApi::RowField> fields;
+    for (U8 line = 0; line < L3FloodArpRow::lines; ++line)
+        std::ranges::copy(L3FloodArpRow::fields(line), std::back_inserter(fields));
+    return {NerioSwitchApi::rowLayout(L3FloodArpRow::words, std::move(fields))};
+}
+
 void L3FloodArpConvertor::setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const {
     auto* const words = reinterpret_cast<U32*>(buffer);
     for (U8 line = 0; line < L3FloodArpRow::lines; ++line) {
@@ -77,24 +88,27 @@ void L3FloodArpConvertor::setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) c
 void L3FloodArpConvertor::encode(L3FloodArpEntry const& item, U32* words) const {
     auto const address = item.result().ethAddr();
     auto const& bytes = address.bytes();
-    U32 const even = U32{bytes[0]} << 24 | U32{bytes[1]} << 16 | U32{bytes[2]} << 8 | bytes[3];
-    U32 const odd = U32{bytes[4]} << 24 | U32{bytes[5]} << 16 | item.result().vlanId().value();
+    U32 const high = U32{bytes[0]} << 24 | U32{bytes[1]} << 16 | U32{bytes[2]} << 8 | bytes[3];
+    U32 const low = U32{bytes[4]} << 8 | bytes[5];
     for (U8 line = 0; line < L3FloodArpRow::lines; ++line) {
-        U32 const data = line < 2 ? even : odd;
-        words[L3FloodArpRow::data(line)] = data;
+        L3FloodArpRow::ethAddrHigh(line).set(words, high);
+        L3FloodArpRow::ethAddrLow(line).set(words, low);
+        L3FloodArpRow::vlanId(line).set(words, item.result().vlanId().value());
         L3FloodArpRow::unused(line).set(words, 0);
-        L3FloodArpRow::parity(line).set(words, NerioSwitch::parity32Bit(data));
+        L3FloodArpRow::parity(line).set(words, NerioSwitch::parity32Bit(words[L3FloodArpRow::data(line)]));
     }
 }
 
 void L3FloodArpConvertor::decode(U32 const* words, L3FloodArpEntry& item) const {
-    U32 const even = words[L3FloodArpRow::data(0)];
-    U32 const odd = words[L3FloodArpRow::data(2)];
-    U64 const address = U64{even} << 16 | odd >> 16;
+    constexpr U8 evenLine = 0;
+    constexpr U8 oddLine = 2;
+    U64 const address =
+        L3FloodArpRow::ethAddrHigh(evenLine).get(words) << 16 | L3FloodArpRow::ethAddrLow(oddLine).get(words);
+    auto const vlanId = static_cast<U32>(L3FloodArpRow::vlanId(oddLine).get(words));
     std::array<U8, 6> bytes{};
     for (U32 i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<U8>(address >> (40 - 8 * i));
-    auto const result = L3FloodArpResult().ethAddrIs(Lanvo::EthAddr(bytes)).vlanIdIs(odd & 0xFFFF);
+    auto const result = L3FloodArpResult().ethAddrIs(Lanvo::EthAddr(bytes)).vlanIdIs(vlanId);
     item.resultIs(result);
     item.validIs(result != L3FloodArpResult());
 }

@@ -34,14 +34,31 @@ struct L3FloodArpRow {
 
     /** The data word of a line, 0 to 3; lines 1 and 3 repeat the one before them in the other bank. */
     static constexpr U8 data(U8 line) { return static_cast<U8>(2 * line); }
+    /** Even lines, 0 and 1, have the first four bytes of the address; odd ones the others, and the VLAN. */
+    static constexpr BitField ethAddrHigh(U8 line) {
+        return {"ethAddrHigh", bit(line, 0), isEven(line) ? U8{32} : U8{0}};
+    }
+    static constexpr BitField vlanId(U8 line) {
+        return {"vlanId", bit(line, 0), isEven(line) ? U8{0} : U8{16}};
+    }
+    static constexpr BitField ethAddrLow(U8 line) {
+        return {"ethAddrLow", bit(line, 16), isEven(line) ? U8{0} : U8{16}};
+    }
     /** Fields of the control word behind it. */
-    static constexpr BitField unused(U8 line) { return {"unused", control(line, 0), 3}; }
-    static constexpr BitField parity(U8 line) { return {"parity", control(line, 3), 1}; }
-    static constexpr BitField address(U8 line) { return {"address", control(line, 4), 10}; }
-    static constexpr BitField writeStrobe(U8 line) { return {"writeStrobe", control(line, 14), 1}; }
+    static constexpr BitField unused(U8 line) { return {"unused", bit(line, 32), 3}; }
+    static constexpr BitField parity(U8 line) { return {"parity", bit(line, 35), 1}; }
+    static constexpr BitField address(U8 line) { return {"address", bit(line, 36), 10}; }
+    static constexpr BitField writeStrobe(U8 line) { return {"writeStrobe", bit(line, 46), 1}; }
+
+    static constexpr auto fields(U8 line) {
+        return std::array{ethAddrHigh(line), vlanId(line),  ethAddrLow(line), unused(line),
+                          parity(line),      address(line), writeStrobe(line)};
+    }
 
 private:
-    static constexpr U16 control(U8 line, U32 bit) { return static_cast<U16>(32u * (data(line) + 1u) + bit); }
+    static constexpr bool isEven(U8 line) { return line < 2; }
+    /** A bit of a line's two words. */
+    static constexpr U16 bit(U8 line, U32 number) { return static_cast<U16>(32u * data(line) + number); }
 };
 
 /** One next hop with what is written for it, on its way to hardware or back. */
@@ -82,6 +99,7 @@ public:
     NerioSwitch::L3FloodId keyFromHwIndex(HwIndex index) const { return index; }
     void doCreateHwTables(NerioSwitchApi::TableState state) override;
     void setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(HwTableId id) const override;
 
 protected:
     void encode(L3FloodArpEntry const& item, U32* words) const override;

@@ -89,6 +89,12 @@ NerioSwitchApi::CapacityTableIndex L3FloodBitmapConvertor::capacityIndexFromEntr
     return number < numFloodsForEcmp() ? ecmpPathIndex : floodNhIndex;
 }
 
+std::vector<NerioSwitchApi::RowLayout> L3FloodBitmapConvertor::rowLayouts(HwTableId /*id*/) const {
+    return {NerioSwitchApi::rowLayout(
+        L3FloodBitmapRow::words, NerioSwitchApi::rowFields(L3FloodBitmapRow(profile()->numPorts).fields(),
+                                                           L3FloodBitmapRow::controlFields))};
+}
+
 void L3FloodBitmapConvertor::setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const {
     auto* const words = reinterpret_cast<U32*>(buffer);
     L3FloodBitmapRow::row.set(words, index);

@@ -114,6 +114,7 @@ public:
     void doCreateHwTables(NerioSwitchApi::TableState state) override;
     CapacityTableIndex capacityIndexFromEntry(PtrConst const& item) const override;
     void setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(HwTableId id) const override;
 
 protected:
     void encode(L3FloodBitmapEntry const& item, U32* words) const override;

@@ -54,6 +54,12 @@ void L3LagConvertor::doCreateHwTables(NerioSwitchApi::TableState state) {
     }
 }
 
+std::vector<NerioSwitchApi::RowLayout> L3LagConvertor::rowLayouts(HwTableId /*id*/) const {
+    return {NerioSwitchApi::rowLayout(
+        L3LagRow::words,
+        NerioSwitchApi::rowFields(L3LagRow(profile()->numPorts).fields(), L3LagRow::controlFields))};
+}
+
 void L3LagConvertor::setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const {
     auto* const words = reinterpret_cast<U32*>(buffer);
     L3LagRow::row.set(words, index);

@@ -84,6 +84,7 @@ public:
     NerioSwitch::L3LagIndex keyFromHwIndex(HwIndex index) const { return index; }
     void doCreateHwTables(NerioSwitchApi::TableState state) override;
     void setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(HwTableId id) const override;
 
 protected:
     void encode(L3LagEntry const& item, U32* words) const override;

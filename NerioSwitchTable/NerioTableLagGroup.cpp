@@ -33,6 +33,12 @@ class LagGroupConvertorLayer2All final
 public:
     LagGroupConvertorLayer2All() : LagCopiesConvertor(1) {}
 
+    /** The shadow of the CPU pipeline's rows has room for a control word as well. */
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(Copy /*copy*/) const override {
+        return {
+            NerioSwitchApi::rowLayout(LagGroupRow::words, NerioSwitchApi::rowFields(LagGroupRow::fields))};
+    }
+
 protected:
     Sorn::TraceHandle const& trace() const override { return handle; }
     char const* stem() const override { return "LagGroup"; }

@@ -12,6 +12,11 @@ Sorn::TraceHandle trace("NerioTableLagHashControl");
 /** The one convertor of this table, for every profile. */
 class LagHashControlConvertorLayer3 final
     : public PlainPortConvertor<LagHashControlKey, LagHashControlResult, 1> {
+public:
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(NerioSwitchApi::HwTableId /*id*/) const override {
+        return {NerioSwitchApi::rowLayout(1, NerioSwitchApi::rowFields(LagHashControlRow::fields))};
+    }
+
 protected:
     char const* stem() const override { return "LagHashControl"; }
 

@@ -30,6 +30,12 @@ public:
     /** The first copy speaks for all. */
     void syncEntries(U32 /*id*/) override { syncCopy(0); }
 
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(Copy /*copy*/) const override {
+        auto fields = noMuxInRegName_ ? NerioSwitchApi::rowFields(LagLookUpRow::fields)
+                                      : NerioSwitchApi::rowFields(LagLookUpRow::groupFields);
+        return {NerioSwitchApi::rowLayout(LagLookUpRow::words, std::move(fields))};
+    }
+
 protected:
     HwIndex rowOf(LagLookUpKey const& key) const override { return key.portId().value(); }
     LagLookUpKey keyOf(HwIndex row) const override { return LagLookUpKey(NerioSwitch::ChipPortId(row)); }

@@ -35,6 +35,12 @@ public:
         LagCopiesConvertor::doCreateHwTables(state);
     }
 
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(Copy copy) const override {
+        auto fields = copy == cpuCopy() ? NerioSwitchApi::rowFields(LagMembershipRow::cpuFields)
+                                        : NerioSwitchApi::rowFields(LagMembershipRow::ingressFields);
+        return {NerioSwitchApi::rowLayout(LagMembershipRow::words, std::move(fields))};
+    }
+
 protected:
     Sorn::TraceHandle const& trace() const override { return handle; }
     char const* stem() const override { return "LagMembership"; }

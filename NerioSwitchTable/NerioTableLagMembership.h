@@ -66,9 +66,10 @@ struct LagMembershipRow {
     static constexpr BitField portSelect{"portSelect", 64, 32};
     /** Of the CPU pipeline's table: six bits count, and those above them go out as they are. */
     static constexpr BitField lagGroupId{"lagGroupId", 64, 6};
+    static constexpr BitField lagGroupIdAbove{"lagGroupIdAbove", 70, 25};
     static constexpr BitField strobe{"strobe", 95, 1};
     static constexpr std::array ingressFields{ports0To31, ports32To63, portSelect};
-    static constexpr std::array cpuFields{ports0To31, ports32To63, lagGroupId, strobe};
+    static constexpr std::array cpuFields{ports0To31, ports32To63, lagGroupId, lagGroupIdAbove, strobe};
     static constexpr std::size_t words = 3;
     static constexpr std::size_t controlWord = 2;
 };

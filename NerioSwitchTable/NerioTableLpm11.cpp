@@ -142,6 +142,11 @@ void Lpm11Convertor::handleHitBitEntry(HwTableId id, HwIndex index) {
     if (hit) table().lastHitIs(keyFromHwIndex(index), hit->time());
 }
 
+std::vector<NerioSwitchApi::RowLayout> Lpm11Convertor::rowLayouts(HwTableId /*id*/) const {
+    return {NerioSwitchApi::rowLayout(Lpm11Row::words,
+                                      NerioSwitchApi::rowFields(Lpm11Row(profile()->hwApi).fields()))};
+}
+
 void Lpm11Convertor::setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const {
     auto* const words = reinterpret_cast<U32*>(buffer);
     Lpm11Row::row.set(words, index);

@@ -133,6 +133,7 @@ public:
     void doCreateHwTables(NerioSwitchApi::TableState state) override;
     void handleHitBitEntry(HwTableId id, HwIndex index) override;
     void setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(HwTableId id) const override;
 
 protected:
     void encode(Lpm11Entry const& item, U32* words) const override;

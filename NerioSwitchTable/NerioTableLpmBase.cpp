@@ -151,6 +151,15 @@ LpmResult LpmBaseHelper::resultIn(U32 const* row, bool valid) const {
     return result.cpuTrapIs(layout_.cpuTrap.get(row) != 0);
 }
 
+std::vector<NerioSwitchApi::RowLayout> LpmBaseHelper::rowLayouts() const {
+    auto fields = lpmRowFields(layout_, stage_.sharesRows);
+    if (!stage_.sharesRows) return {NerioSwitchApi::rowLayout(LpmRowLayout::words, std::move(fields))};
+    auto const isRoute = [multicast = layout_.multicast](std::span<U32 const> row) {
+        return multicast.get(row.data()) == 0;
+    };
+    return {NerioSwitchApi::rowLayout(LpmRowLayout::words, std::move(fields), "route", isRoute)};
+}
+
 LpmBaseHelper::Ptr LpmBaseHelper::decodeHwEntry(HwIndex index) {
     auto const words = storedWords(index);
     U32 const* const row = words.data();

@@ -112,6 +112,7 @@ public:
     Ptr nullHashEntry() override;
     /** Throws `Belmo::RangeException` for a row whose key cannot be one. */
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts() const override;
 
 protected:
     LpmBaseHelper(LpmStage const& stage, U8 numVrfBits);

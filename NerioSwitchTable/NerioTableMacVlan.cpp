@@ -66,6 +66,11 @@ public:
         }
     }
 
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(Copy /*copy*/) const override {
+        return {NerioSwitchApi::rowLayout(
+            MacVlanRow::words, NerioSwitchApi::rowFields(MacVlanRow::fields, layout_.fieldsOfPorts()))};
+    }
+
 protected:
     HwIndex rowOf(MacVlanKey const& key) const override { return key.value(); }
     MacVlanKey keyOf(HwIndex row) const override { return MacVlanKey(row); }

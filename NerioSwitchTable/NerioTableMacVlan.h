@@ -78,6 +78,8 @@ struct MacVlanRow {
     BitField parity;
     BitField ipRoute;
 
+    /** The fields whose place depends on the ports. */
+    std::array<BitField, 5> fieldsOfPorts() const { return {ports, cpu, mcastFlags, parity, ipRoute}; }
     /** The layout for a chip of that many ports, below 64. */
     static MacVlanRow of(U32 numPorts);
 };

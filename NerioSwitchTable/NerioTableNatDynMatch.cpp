@@ -36,6 +36,7 @@ constexpr NerioSwitchApi::PhysicalHashGeometry geometryOf(U32 tableId) {
 /** Words 0 to 3 are data. Word 5 keeps in the shadow what a row's number implies. */
 struct NatDynMatchRow {
     static constexpr U8 addressWord = 5;
+    static constexpr BitField wholeSip{"wholeSip", 32 * addressWord, 32};
     static constexpr BitField sip{"sip", 0, 32 - rowBits};
     static constexpr BitField dip{"dip", 22, 32};
     static constexpr BitField sport{"sport", 54, 16};
@@ -68,9 +69,10 @@ struct NatDynMatchRow {
                                        NatMatchControl::way,
                                        NatMatchControl::readStrobe,
                                        NatMatchControl::writeStrobe,
-                                       NatMatchControl::select};
+                                       NatMatchControl::select,
+                                       wholeSip};
 };
-static_assert(fieldsFit(NatDynMatchRow::fields, 5) && fieldsDisjoint(NatDynMatchRow::fields));
+static_assert(fieldsFit(NatDynMatchRow::fields, 6) && fieldsDisjoint(NatDynMatchRow::fields));
 
 HashInput packed(NatMatchKey const& key) {
     HashInput input;
@@ -212,6 +214,11 @@ void NatDynMatchHelper::setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::Cuckoo
     NatDynMatchRow::result.setParity(words);
     setStaticBuffer(location, buffer);
     words[NatDynMatchRow::addressWord] = sip;
+}
+
+std::vector<NerioSwitchApi::RowLayout> NatDynMatchHelper::rowLayouts() const {
+    return {NerioSwitchApi::rowLayout(geometryOf(0).entryWords,
+                                      NerioSwitchApi::rowFields(NatDynMatchRow::fields))};
 }
 
 NatDynMatchHelper::Ptr NatDynMatchHelper::decodeHwEntry(HwIndex index) {

@@ -94,6 +94,7 @@ public:
     void setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLocation const& location,
                      Sorn::BytePtr buffer) override;
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts() const override;
 };
 
 /** Places dynamic match items in the rows of a layer 4 processor. */

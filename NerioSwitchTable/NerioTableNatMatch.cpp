@@ -38,6 +38,7 @@ constexpr NerioSwitchApi::PhysicalHashGeometry geometryOf(U32 tableId) {
 /** Words 0 to 3 are data. Word 5 keeps in the shadow what a row's number implies. */
 struct NatMatchRow {
     static constexpr U8 addressWord = 5;
+    static constexpr BitField wholeAddress{"wholeAddress", 32 * addressWord, 32};
     static constexpr BitField address{"address", 0, 32 - rowBits};
     static constexpr BitField port{"port", 20, 16};
     static constexpr BitField type{"type", 36, 3};
@@ -73,7 +74,8 @@ struct NatMatchRow {
                           NatMatchControl::way,
                           NatMatchControl::readStrobe,
                           NatMatchControl::writeStrobe,
-                          NatMatchControl::select};
+                          NatMatchControl::select,
+                          wholeAddress};
     }
 
 private:
@@ -289,6 +291,11 @@ void NatMatchHelper::setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooLoc
     layout.result.setParity(words);
     setStaticBuffer(location, buffer);
     words[NatMatchRow::addressWord] = address;
+}
+
+std::vector<NerioSwitchApi::RowLayout> NatMatchHelper::rowLayouts() const {
+    auto const& layout = NatMatchRow::of(profile()->hwApi >= firstFilterMaskApi);
+    return {NerioSwitchApi::rowLayout(geometryOf(0).entryWords, NerioSwitchApi::rowFields(layout.fields()))};
 }
 
 NatMatchHelper::Ptr NatMatchHelper::decodeHwEntry(HwIndex index) {

@@ -38,6 +38,8 @@ struct NatRewriteCompare {
     static constexpr BitField vlanGroup{"vlanGroup", 7, 4};
     static constexpr BitField member{"member", 11, 3};
     static constexpr BitField oddPort{"oddPort", 14, 1};
+    static constexpr std::array unicastFields{session, profile, secondTnat, oddPort};
+    static constexpr std::array multicastFields{session, vlanGroup, member, oddPort};
 };
 
 /** Words 0 to 2 are data, word 3 the control word. Word 4 keeps in the shadow what a row does not say. */
@@ -55,15 +57,18 @@ struct NatRewriteRow {
     static constexpr BitField way{"way", control + 10, 2};
     static constexpr BitField readStrobe{"readStrobe", control + 12, 1};
     static constexpr BitField writeStrobe{"writeStrobe", control + 13, 1};
-    static constexpr BitField session{"session", 128, 17};
+    static constexpr BitField session{"wholeSession", 128, 17};
     static constexpr BitField isUnicast{"isUnicast", 145, 1};
-    static constexpr std::array fields{compare, valid, newPort,    checksum,    newIp,   parity,
-                                       row,     way,   readStrobe, writeStrobe, session, isUnicast};
+    static constexpr std::array fieldsBehindKey{valid, newPort,    checksum,    newIp,   parity,   row,
+                                                way,   readStrobe, writeStrobe, session, isUnicast};
+    static_assert(valid.first == compare.end());
     /** Written with the control word: the rest of it, and a bit of what stands behind. */
     static constexpr BitField behindControl{"behindControl", control + 14, 19};
 };
-static_assert(fieldsFit(NatRewriteRow::fields, geometryOf(0).entryWords) &&
-              fieldsDisjoint(NatRewriteRow::fields));
+static_assert(fieldsFit(NatRewriteRow::fieldsBehindKey, geometryOf(0).entryWords) &&
+              fieldsDisjoint(NatRewriteRow::fieldsBehindKey) &&
+              fieldsDisjoint(NatRewriteCompare::unicastFields) &&
+              fieldsDisjoint(NatRewriteCompare::multicastFields));
 
 HashInput packed(NatRewriteKey const& key) {
     HashInput input;
@@ -237,6 +242,20 @@ void NatRewriteHelper::setHwBuffer(PtrConst const& entry, Dovra::Cuckoo::CuckooL
 
 NatRewriteHelper::Ptr NatRewriteHelper::nullHashEntry() {
     return natTable().createHashEntry(NatRewriteKey().isUnicastIs(true), false);
+}
+
+std::vector<NerioSwitchApi::RowLayout> NatRewriteHelper::rowLayouts() const {
+    constexpr U32 words = geometryOf(0).entryWords;
+    using Compare = NatRewriteCompare;
+    auto const isUnicast = [](std::span<U32 const> row) {
+        return NatRewriteRow::isUnicast.get(row.data()) != 0;
+    };
+    return {NerioSwitchApi::rowLayout(
+                words, NerioSwitchApi::rowFields(Compare::unicastFields, NatRewriteRow::fieldsBehindKey),
+                "unicast", isUnicast),
+            NerioSwitchApi::rowLayout(
+                words, NerioSwitchApi::rowFields(Compare::multicastFields, NatRewriteRow::fieldsBehindKey),
+                "multicast")};
 }
 
 NatRewriteHelper::Ptr NatRewriteHelper::decodeHwEntry(HwIndex index) {

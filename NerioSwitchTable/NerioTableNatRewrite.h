@@ -123,6 +123,7 @@ public:
                      Sorn::BytePtr buffer) override;
     Ptr nullHashEntry() override;
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts() const override;
 };
 
 /** Places rewrite items in the rows of an egress processor. */

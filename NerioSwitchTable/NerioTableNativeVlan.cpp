@@ -11,6 +11,12 @@ Sorn::TraceHandle trace("NerioTableNativeVlan");
 /** The one convertor of this table, for every profile. */
 class NativeVlanConvertorLayer2All final
     : public PlainPortConvertor<NativeVlanKey, NativeVlanResult, NativeVlanRow::words> {
+public:
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(NerioSwitchApi::HwTableId /*id*/) const override {
+        return {NerioSwitchApi::rowLayout(NativeVlanRow::words,
+                                          NerioSwitchApi::rowFields(NativeVlanRow::fields))};
+    }
+
 protected:
     char const* stem() const override { return "NativeVlan"; }
 

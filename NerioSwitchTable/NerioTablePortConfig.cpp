@@ -17,6 +17,12 @@ Belmo::String paddedMode(PortConfigMode mode) {
 /** The one convertor of this table, for every profile. */
 class PortConfigConvertorLayer2All final
     : public PlainPortConvertor<PortConfigKey, PortConfigResult, PortConfigRow::words> {
+public:
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(NerioSwitchApi::HwTableId /*id*/) const override {
+        return {NerioSwitchApi::rowLayout(PortConfigRow::words,
+                                          NerioSwitchApi::rowFields(PortConfigRow::fields))};
+    }
+
 protected:
     char const* stem() const override { return "PortConfig"; }
 

@@ -58,6 +58,10 @@ public:
         return NerioSwitchApi::HwEntryConfig(row, std::span(words).first(size));
     }
 
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(Copy /*copy*/) const override {
+        return {NerioSwitchApi::rowLayout(row_.words(), NerioSwitchApi::rowFields(row_.ports(), row_.cpu()))};
+    }
+
 protected:
     HwIndex rowOf(RxPortMirrorKey const& key) const override { return key.chipPortId().value(); }
     RxPortMirrorKey keyOf(HwIndex row) const override { return RxPortMirrorKey(ChipPortId(row)); }

@@ -42,6 +42,8 @@ public:
 
     /** Words that have registers. */
     constexpr U32 numRegsPerPort() const { return (U32{numPorts_} + 32) >> 5; }
+    /** Words of a row, those that stay in the shadow included. */
+    constexpr U32 words() const { return std::max<U32>(numRegsPerPort(), writtenWords); }
     /** The ports that a mask has room for. */
     constexpr BitField ports() const { return {"ports", 0, static_cast<U8>(std::min<U16>(numPorts_, 52))}; }
     constexpr BitField cpu() const { return {"cpu", numPorts_, 1}; }

@@ -37,6 +37,11 @@ public:
         }
     }
 
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(Copy /*copy*/) const override {
+        auto const control = static_cast<U8>(sizeWords() - 1);
+        return {NerioSwitchApi::rowLayout(control + 1u, NerioSwitchApi::rowFields(Row::fields(control)))};
+    }
+
 protected:
     HwIndex rowOf(ProtocolRemapKey const& key) const override { return key.protocol(); }
     ProtocolRemapKey keyOf(HwIndex row) const override { return ProtocolRemapKey(static_cast<U8>(row)); }

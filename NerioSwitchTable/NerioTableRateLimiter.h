@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "NerioSwitchApi/HwRegisters.h"
 
@@ -24,6 +25,9 @@ struct RateLimiterRow {
     static constexpr BitField enabled{"enabled", 19, 1};
     static constexpr BitField scaleFactor{"scaleFactor", 20, 3};
     static constexpr std::array fields{increment, enabled, scaleFactor};
+    /** The words of other rows: the interval, and a limit of chips without scale factors. */
+    static constexpr BitField interval{"interval", 0, 32};
+    static constexpr BitField limit{"limit", 0, 32};
 };
 static_assert(fieldsFit(RateLimiterRow::fields, 1) && fieldsDisjoint(RateLimiterRow::fields));
 
@@ -77,6 +81,18 @@ public:
         });
     }
 
+    /** The interval stands in the first row, and limits in those behind it. */
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(HwTableId id) const override {
+        auto const intervalRow = this->descriptor(id)->firstIndex();
+        auto interval =
+            NerioSwitchApi::rowLayout(1, NerioSwitchApi::rowFields(RateLimiterRow::interval), "interval");
+        interval.firstRow = interval.lastRow = intervalRow;
+        auto limits = NerioSwitchApi::rowLayout(1, limitFields(), "limit");
+        limits.firstRow = intervalRow + 1;
+        limits.lastRow = this->descriptor(id)->lastIndex();
+        return {std::move(interval), std::move(limits)};
+    }
+
     std::optional<NerioSwitchApi::HwEntryConfig> wantedEntry(HwTableId id, HwIndex row) const override {
         auto const key = keyOf(id, row);
         auto const& wanted = this->swTable().entries();
@@ -91,6 +107,10 @@ protected:
     /** Visits all keys that have rows, in the order in which a start writes them. */
     virtual void forEachKey(Visit const& visit) const = 0;
     virtual Key keyOf(HwTableId id, HwIndex row) const = 0;
+    /** The fields of a limit's word. */
+    virtual std::vector<NerioSwitchApi::RowField> limitFields() const {
+        return NerioSwitchApi::rowFields(RateLimiterRow::fields);
+    }
     /** What a start writes for a key that nobody wants anything of. */
     virtual Entry defaultEntry(Key const& key) const = 0;
     /** The word that a hardware table holds for an entry. */

@@ -312,6 +312,24 @@ SGResult SGHelper::resultIn(U32 const* row) const {
         .natEnabledIs(layout_->natEnabled.get(row) != 0);
 }
 
+std::vector<NerioSwitchApi::RowLayout> SGHelper::rowLayouts() const {
+    auto multicast = NerioSwitchApi::rowLayout(
+        SGRowLayout::words,
+        NerioSwitchApi::rowFields(SGRowLayout::multicastKeyFields, layout_->multicastResultFields(),
+                                  layout_->commonFields()),
+        "multicast");
+    if (!natProfile()) return {std::move(multicast)};
+    auto const isUnicast = [flag = layout_->unicast](std::span<U32 const> row) {
+        return flag.get(row.data()) != 0;
+    };
+    return {NerioSwitchApi::rowLayout(
+                SGRowLayout::words,
+                NerioSwitchApi::rowFields(SGRowLayout::unicastKeyFields, layout_->unicastResultFields(),
+                                          layout_->commonFields()),
+                "unicast", isUnicast),
+            std::move(multicast)};
+}
+
 SGHelper::Ptr SGHelper::decodeHwEntry(HwIndex index) {
     auto const words = storedWords(index);
     U32 const* const row = words.data();

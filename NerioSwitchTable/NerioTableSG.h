@@ -204,6 +204,7 @@ public:
     Ptr nullHashEntry() override;
     /** Throws `Belmo::RangeException` for a row whose VLAN cannot be one. */
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts() const override;
 
 private:
     SGTable& sgTable() const { return static_cast<SGTable&>(*swTable()); }

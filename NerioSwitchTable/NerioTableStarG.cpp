@@ -153,6 +153,16 @@ StarGHelper::Ptr StarGHelper::nullHashEntry() {
     return starGTable().createHashEntry(MrouteKey({}, {}, Bridging::VlanIdOrNone::none), false);
 }
 
+std::vector<NerioSwitchApi::RowLayout> StarGHelper::rowLayouts() const {
+    auto const isMulticast = [](std::span<U32 const> row) {
+        return StarGRowLayout::multicast.get(row.data()) != 0;
+    };
+    return {NerioSwitchApi::rowLayout(
+        LpmRowLayout::words,
+        NerioSwitchApi::rowFields(StarGRowLayout::keyFields, layout_->resultFields(), lpmControlFields()),
+        "multicast", isMulticast)};
+}
+
 StarGHelper::Ptr StarGHelper::decodeHwEntry(HwIndex index) {
     auto const words = storedWords(index);
     U32 const* const row = words.data();

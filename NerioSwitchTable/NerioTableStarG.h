@@ -54,12 +54,14 @@ struct StarGRowLayout {
         : portMask{"portMask", 34, static_cast<U8>(numPorts + 1)},
           parity{"parity", static_cast<U16>(35 + numPorts), 1} {}
 
-    constexpr std::array<BitField, 7> fields() const {
-        return {compare, multicast, valid, vlanGroupId, portMask, parity, group};
+    static constexpr std::array keyFields{storedGroup, vlanId, group};
+    constexpr std::array<BitField, 5> resultFields() const {
+        return {multicast, valid, vlanGroupId, portMask, parity};
     }
     constexpr bool fits() const {
-        return parity.end() <= 32 * parityWords && fieldsFit(fields(), LpmRowLayout::words) &&
-               fieldsDisjoint(fields());
+        return parity.end() <= 32 * parityWords && fieldsFit(resultFields(), parityWords) &&
+               fieldsDisjoint(resultFields()) && vlanId.end() == compare.end() &&
+               compare.end() == multicast.first;
     }
 
     BitField portMask;
@@ -152,6 +154,7 @@ public:
     Ptr nullHashEntry() override;
     /** Throws `Belmo::RangeException` for a row whose VLAN cannot be one. */
     Ptr decodeHwEntry(NerioSwitchApi::HwIndex index) override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts() const override;
 
 private:
     StarGTable& starGTable() const { return static_cast<StarGTable&>(*swTable()); }

@@ -1,7 +1,9 @@
 #include "NerioSwitchTable/NerioTableVlanGroup.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
+#include <utility>
 
 #include "Belmo/Assert.h"
 #include "Sorn/Format.h"
@@ -159,6 +161,13 @@ U32 VlanGroupConvertor::lineAddress(HwIndex index, U8 pair) const {
     U32 const pipePort = port == profile()->portIdToEgressPipe.end() ? 0u : port->second.pipePort;
     return index % VlanGroupRow::rowsPerPort * VlanGroupRow::pairs + VlanGroupRow::firstLine + pair +
            pipePort * VlanGroupRow::linesPerPort;
+}
+
+std::vector<NerioSwitchApi::RowLayout> VlanGroupConvertor::rowLayouts(HwTableId /*id*/) const {
+    std::vector<NerioSwitchApi::RowField> fields;
+    for (U8 pair = 0; pair < VlanGroupRow::pairs; ++pair)
+        std::ranges::copy(VlanGroupRow::fields(pair), std::back_inserter(fields));
+    return {NerioSwitchApi::rowLayout(VlanGroupRow::words, std::move(fields))};
 }
 
 void VlanGroupConvertor::setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const {

@@ -60,6 +60,11 @@ struct VlanGroupRow {
     static constexpr BitField address(U8 pair) { return {"address", at(pair, 36), 10}; }
     static constexpr BitField strobe(U8 pair) { return {"strobe", at(pair, 46), 1}; }
 
+    static constexpr auto fields(U8 pair) {
+        return std::array{second(pair), first(pair),   hasFirst(pair), hasSecond(pair),
+                          goesOn(pair), address(pair), strobe(pair)};
+    }
+
 private:
     static constexpr U16 at(U8 pair, U32 bit) { return static_cast<U16>(64u * pair + bit); }
 };
@@ -110,6 +115,7 @@ public:
     void doCreateHwTables(NerioSwitchApi::TableState state) override;
     NerioSwitchApi::CapacityTableIndex capacityIndexFromEntry(PtrConst const& item) const override;
     void setStaticBuffer(HwIndex index, Sorn::BytePtr buffer) const override;
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(HwTableId id) const override;
 
 protected:
     void encode(VlanGroupEntry const& item, U32* words) const override;

@@ -173,6 +173,11 @@ public:
         if (mayWrite()) entryIsInCopies(key, result);
     }
 
+    std::vector<NerioSwitchApi::RowLayout> rowLayouts(Copy copy) const override {
+        auto const& row = copies_[copy].written;
+        return {NerioSwitchApi::rowLayout(row.words(), NerioSwitchApi::rowFields(row.fields()))};
+    }
+
 protected:
     HwIndex rowOf(VlanMembershipKey const& key) const override { return key.vid().value(); }
     VlanMembershipKey keyOf(HwIndex row) const override { return VlanMembershipKey(VlanId(row)); }
@@ -334,6 +339,31 @@ VlanMembershipRow VlanMembershipRow::of(Form const& form) {
     row.vid = {"vid", control, 12};
     row.strobe = {"strobe", static_cast<U16>(control + 15), 1};
     return row;
+}
+
+std::vector<BitField> VlanMembershipRow::fields() const {
+    std::vector<BitField> all{valid,
+                              permitMask,
+                              learnToCpu,
+                              unknownMulticastToCpu,
+                              multicastJoinToCpu,
+                              broadcastToCpu,
+                              unknownDaToCpu,
+                              multicastJoinToEgress,
+                              parity,
+                              vrfBits,
+                              unicastRoute,
+                              multicastRoute,
+                              always,
+                              natId,
+                              natIngressProfileId,
+                              natEnable,
+                              vid,
+                              strobe};
+    for (auto const& each : acl)
+        all.insert(all.end(), {each.id, each.enable, each.defaultPermit});
+    std::erase_if(all, [](BitField const& field) { return field.width == 0; });
+    return all;
 }
 
 void setBaseHwBuffer(U8 pipeNo, U8 ppp, U32 numVrfBits, VlanMembershipResult const& result,

@@ -144,6 +144,8 @@ struct VlanMembershipRow {
 
     static VlanMembershipRow of(Form const& form);
 
+    /** Those that the row has. */
+    std::vector<BitField> fields() const;
     /** Data words and control word. */
     U8 words() const { return static_cast<U8>(dataWords + 1); }
 };

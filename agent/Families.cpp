@@ -25,21 +25,43 @@ constexpr std::array<std::string_view, 4> allNumbers = {"pipeline", "physTableId
 
 std::vector<Family> allFamilies() {
     std::vector<Family> all = {
-        familyOf<PlainJsonTable>("portConfig", NerioSwitchTable::portConfigTableFactory),
-        familyOf<DirectJsonTable>("l3Lag", NerioSwitchTable::l3LagTableFactory),
-        familyOf<DirectJsonTable>("lpm11", NerioSwitchTable::lpm11TableFactory),
-        familyOf<HashJsonTable>("aclHash", NerioSwitchTable::aclHashTableFactory, "pipeline", "physTableIdx"),
-        familyOf<HashJsonTable>("aclIndirectCounterHash",
-                                NerioSwitchTable::aclIndirectCounterHashTableFactory, "pipelinePair"),
-        familyOf<HashJsonTable>("hashTest", NerioSwitchTable::hashTestTableFactory),
-        familyOf<PlainJsonTable>("lpm", NerioSwitchTable::lpmTableFactory),
-        familyOf<HashJsonTable>("lpm14", NerioSwitchTable::lpm14TableFactory),
-        familyOf<HashJsonTable>("lpm17", NerioSwitchTable::lpm17TableFactory),
-        familyOf<HashJsonTable>("lpm20", NerioSwitchTable::lpm20TableFactory),
-        familyOf<HashJsonTable>("lpm23", NerioSwitchTable::lpm23TableFactory),
-        familyOf<HashJsonTable>("lpm26", NerioSwitchTable::lpm26TableFactory),
-        familyOf<HashJsonTable>("lpm29", NerioSwitchTable::lpm29TableFactory),
-        familyOf<HashJsonTable>("lpm32", NerioSwitchTable::lpm32TableFactory),
+        familyOf<PlainJsonTable>("portConfig", "Per chip port, the VLAN mode and two disable flags.",
+                                 NerioSwitchTable::portConfigTableFactory),
+        familyOf<DirectJsonTable>("l3Lag",
+                                  "Per L3 LAG index, the ports that packets of a route or flow go out of.",
+                                  NerioSwitchTable::l3LagTableFactory),
+        familyOf<DirectJsonTable>("lpm11",
+                                  "The direct stage of the route look-up: a row for each VRF and each value "
+                                  "of the first 11 address bits.",
+                                  NerioSwitchTable::lpm11TableFactory),
+        familyOf<HashJsonTable>("aclHash",
+                                "ACL rules of one pipeline and physical table, found by a hash of the fields "
+                                "of a packet that a combination looks at.",
+                                NerioSwitchTable::aclHashTableFactory, "pipeline", "physTableIdx"),
+        familyOf<HashJsonTable>(
+            "aclIndirectCounterHash",
+            "Per counter key of an ACL rule, the counter that counts its packets, for a pair of pipelines.",
+            NerioSwitchTable::aclIndirectCounterHashTableFactory, "pipelinePair"),
+        familyOf<HashJsonTable>("hashTest",
+                                "The smallest hash table, whose hash the key itself dictates: it drives the "
+                                "framework on known rows.",
+                                NerioSwitchTable::hashTestTableFactory),
+        familyOf<PlainJsonTable>("lpm", "Whole routes and what is known of them; it touches no hardware.",
+                                 NerioSwitchTable::lpmTableFactory),
+        familyOf<HashJsonTable>("lpm14", "A hashing stage of the route look-up, for routes of 12 to 14 bits.",
+                                NerioSwitchTable::lpm14TableFactory),
+        familyOf<HashJsonTable>("lpm17", "A hashing stage of the route look-up, for routes of 15 to 17 bits.",
+                                NerioSwitchTable::lpm17TableFactory),
+        familyOf<HashJsonTable>("lpm20", "A hashing stage of the route look-up, for routes of 18 to 20 bits.",
+                                NerioSwitchTable::lpm20TableFactory),
+        familyOf<HashJsonTable>("lpm23", "A hashing stage of the route look-up, for routes of 21 to 23 bits.",
+                                NerioSwitchTable::lpm23TableFactory),
+        familyOf<HashJsonTable>("lpm26", "A hashing stage of the route look-up, for routes of 24 to 26 bits.",
+                                NerioSwitchTable::lpm26TableFactory),
+        familyOf<HashJsonTable>("lpm29", "A hashing stage of the route look-up, for routes of 27 to 29 bits.",
+                                NerioSwitchTable::lpm29TableFactory),
+        familyOf<HashJsonTable>("lpm32", "A hashing stage of the route look-up, for routes of 30 to 32 bits.",
+                                NerioSwitchTable::lpm32TableFactory),
     };
     for (auto const& ofSubject :
          {layer2Families, lagFamilies, natFamilies, multicastFamilies, aclPlainFamilies, rateFamilies}) {

@@ -24,6 +24,8 @@ struct FamilyNumber {
 struct Family {
     /** The factory's name without "TableFactory". */
     std::string_view name;
+    /** What its tables are, in a sentence. */
+    std::string_view summary;
     /** The numbers that the factory takes, in its order. */
     std::vector<FamilyNumber> numbers;
     std::function<std::unique_ptr<JsonTable>(Belmo::String const& name, FamilyNumbers const& numbers)> make;

@@ -29,11 +29,21 @@ public:
 
 std::vector<Family> layer2Families() {
     return {
-        familyOf<PlainJsonTable>("nativeVlan", NerioSwitchTable::nativeVlanTableFactory),
-        familyOf<PlainJsonTable>("vlanMembership", NerioSwitchTable::vlanMembershipTableFactory),
-        familyOf<PlainJsonTable>("macVlan", NerioSwitchTable::macVlanTableFactory),
-        familyOf<PlainJsonTable>("l2Control", NerioSwitchTable::l2ControlTableFactory),
-        familyOf<FloodSetJsonTable>("floodSet", NerioSwitchTable::floodSetTableFactory),
+        familyOf<PlainJsonTable>(
+            "nativeVlan", "Per chip port, the VLAN, drop eligibility and priority of untagged packets.",
+            NerioSwitchTable::nativeVlanTableFactory),
+        familyOf<PlainJsonTable>("vlanMembership", "Per VLAN, its ports and what its packets may do.",
+                                 NerioSwitchTable::vlanMembershipTableFactory),
+        familyOf<PlainJsonTable>(
+            "macVlan",
+            "Layer 2 forwarding by row number: the address that a row matches, its ports, and its flags.",
+            NerioSwitchTable::macVlanTableFactory),
+        familyOf<PlainJsonTable>("l2Control", "Per chip port, how addresses are learned.",
+                                 NerioSwitchTable::l2ControlTableFactory),
+        familyOf<FloodSetJsonTable>(
+            "floodSet",
+            "Per VLAN, the ports that packets of unknown unicast and multicast destinations are flooded to.",
+            NerioSwitchTable::floodSetTableFactory),
     };
 }
 

@@ -11,12 +11,24 @@ namespace Agent {
 
 std::vector<Family> multicastFamilies() {
     return {
-        familyOf<HashJsonTable>("sG", NerioSwitchTable::sGTableFactory),
-        familyOf<HashJsonTable>("starG", NerioSwitchTable::starGTableFactory),
-        familyOf<DirectJsonTable>("l3FloodArp", NerioSwitchTable::l3FloodArpTableFactory),
-        familyOf<DirectJsonTable>("l3FloodBitmap", NerioSwitchTable::l3FloodBitmapTableFactory,
-                                  "numFloodsForEcmp"),
-        familyOf<DirectJsonTable>("vlanGroup", NerioSwitchTable::vlanGroupTableFactory),
+        familyOf<HashJsonTable>("sG",
+                                "Routes by source and destination address: multicast routes of one source, "
+                                "and flows of translation.",
+                                NerioSwitchTable::sGTableFactory),
+        familyOf<HashJsonTable>(
+            "starG",
+            "Multicast routes of any source; they live in the rows of stage 29 of the route look-up.",
+            NerioSwitchTable::starGTableFactory),
+        familyOf<DirectJsonTable>("l3FloodArp",
+                                  "Per next hop of flooded packets, their destination address and VLAN.",
+                                  NerioSwitchTable::l3FloodArpTableFactory),
+        familyOf<DirectJsonTable>("l3FloodBitmap",
+                                  "Per next hop of flooded packets, the ports that they go out of.",
+                                  NerioSwitchTable::l3FloodBitmapTableFactory, "numFloodsForEcmp"),
+        familyOf<DirectJsonTable>(
+            "vlanGroup",
+            "Per egress port and group, the VLANs that a packet for the group leaves the port in.",
+            NerioSwitchTable::vlanGroupTableFactory),
     };
 }
 

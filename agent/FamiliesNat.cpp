@@ -8,9 +8,16 @@ namespace Agent {
 
 std::vector<Family> natFamilies() {
     return {
-        familyOf<HashJsonTable>("natMatch", NerioSwitchTable::natMatchTableFactory, "pipeline"),
-        familyOf<HashJsonTable>("natDynMatch", NerioSwitchTable::natDynMatchTableFactory, "pipeline"),
-        familyOf<HashJsonTable>("natRewrite", NerioSwitchTable::natRewriteTableFactory, "pipeline"),
+        familyOf<HashJsonTable>("natMatch",
+                                "Static address translation: what packets are matched by, and the session "
+                                "and rewrite that they get.",
+                                NerioSwitchTable::natMatchTableFactory, "pipeline"),
+        familyOf<HashJsonTable>("natDynMatch",
+                                "Address translation of single flows, matched by both addresses and ports.",
+                                NerioSwitchTable::natDynMatchTableFactory, "pipeline"),
+        familyOf<HashJsonTable>(
+            "natRewrite", "What a translated packet is rewritten to, by session and where the packet leaves.",
+            NerioSwitchTable::natRewriteTableFactory, "pipeline"),
     };
 }
 

@@ -6,8 +6,13 @@ namespace Agent {
 
 std::vector<Family> rateFamilies() {
     return {
-        familyOf<PlainJsonTable>("copp", NerioSwitchTable::coppTableFactory),
-        familyOf<PlainJsonTable>("stormControl", NerioSwitchTable::stormControlTableFactory),
+        familyOf<PlainJsonTable>("copp",
+                                 "Limits of the traffic to the CPU: an interval that all limits share, and a "
+                                 "limit for each class of traffic.",
+                                 NerioSwitchTable::coppTableFactory),
+        familyOf<PlainJsonTable>("stormControl",
+                                 "Per chip port, limits of broadcast, unicast and multicast traffic.",
+                                 NerioSwitchTable::stormControlTableFactory),
     };
 }
 

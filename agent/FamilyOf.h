@@ -25,10 +25,11 @@ std::unique_ptr<JsonTable> wrapped(Belmo::Ptr<NerioSwitchApi::SwTable> const& ta
 
 /** A family by its shape and its factory, whose numbers have these names. */
 template <template <class> class Shape, class Table, class... Number, class... Name>
-Family familyOf(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::String const&, Number...),
-                Name... numberNames) {
+Family familyOf(std::string_view name, std::string_view summary,
+                Belmo::Ptr<Table> (*factory)(Belmo::String const&, Number...), Name... numberNames) {
     static_assert(sizeof...(Number) == sizeof...(Name));
     return {name,
+            summary,
             {FamilyNumber{numberNames, std::numeric_limits<Number>::max()}...},
             [=](Belmo::String const& tableName,
                 [[maybe_unused]] FamilyNumbers const& numbers) -> std::unique_ptr<JsonTable> {
@@ -40,8 +41,9 @@ Family familyOf(std::string_view name, Belmo::Ptr<Table> (*factory)(Belmo::Strin
 
 /** The same of a factory that gives its table a name of its own. */
 template <template <class> class Shape, class Table>
-Family familyOf(std::string_view name, Belmo::Ptr<Table> (*factory)()) {
+Family familyOf(std::string_view name, std::string_view summary, Belmo::Ptr<Table> (*factory)()) {
     return {name,
+            summary,
             {},
             [=](Belmo::String const&, FamilyNumbers const&) -> std::unique_ptr<JsonTable> {
                 return std::make_unique<Shape<Table>>(factory());

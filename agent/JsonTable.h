@@ -11,6 +11,7 @@
 #include "NerioSwitchApi/SwTable.h"
 
 #include "agent/Json.h"
+#include "agent/ValueAttributes.h"
 #include "agent/ValueJson.h"
 
 namespace Agent {
@@ -78,6 +79,9 @@ public:
     virtual Belmo::String keyText(Json const& key, Place const& place) const = 0;
     virtual Belmo::String resultText(Json const& result, Place const& place) const = 0;
     [[nodiscard]] virtual Belmo::Subscription observe(ChangeObserver observer) = 0;
+    /** What its keys and results are made of. */
+    virtual ValueAttributes keyAttributes() const = 0;
+    virtual ValueAttributes resultAttributes() const = 0;
 
 protected:
     JsonTable() = default;
@@ -196,6 +200,9 @@ public:
             observer(change.attribute, key == nullptr ? Json() : toJson(*key));
         });
     }
+
+    ValueAttributes keyAttributes() const override { return attributesOf<Key>(); }
+    ValueAttributes resultAttributes() const override { return attributesOf<Result>(); }
 
 protected:
     Table& keyed() const { return *table_; }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "NerioSwitchTable/SGData.h"
-#include "agent/ValueJson.h"
+#include "agent/ValueAttributes.h"
 
 namespace Agent {
 
@@ -13,6 +13,10 @@ struct JsonForm<NerioSwitchTable::SGData<Multicast, Unicast>> {
     static Json toJson(Data const& data) {
         if (data.containsMulticast()) return {{"multicast", Agent::toJson(data.multicast())}};
         return {{"unicast", Agent::toJson(data.unicast())}};
+    }
+    static void addAttributes(Belmo::String const& name, Data const& /*initial*/, ValueAttributes& all) {
+        Agent::addAttributes(name + ".multicast", Multicast{}, all);
+        Agent::addAttributes(name + ".unicast", Unicast{}, all);
     }
     static Data fromJson(Json const& json, Place const& place) {
         if (!json.is_object() || json.size() != 1) refuseKind(json, "an object with one alternative", place);

@@ -33,4 +33,18 @@ using RowReader =
  */
 Verification verify(NerioSwitchApi::SwTable const& table, RowReader const& readRow = {});
 
+/**
+ * The same of another shadow and chip than those that the table works on, such as copies from before its
+ * start brought them in order. Rows of which software wants nothing are held against the table's own shadow.
+ * `bus` and `readRow` take the handles of the table's own bus.
+ */
+Verification verifyCopy(NerioSwitchApi::SwTable const& table, NerioSwitchApi::ShadowStore& shadows,
+                        NerioSwitchApi::RegisterBus& bus, RowReader const& readRow);
+
+/**
+ * Writes the rows that a verification of the table named: what software wants there, or else what the shadow
+ * holds; no other row. Returns how many were written. Throws what the bus throws.
+ */
+std::size_t repair(NerioSwitchApi::SwTable const& table, Verification const& verification);
+
 }  // namespace Agent

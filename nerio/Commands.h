@@ -17,5 +17,6 @@ void addCapacity(CLI::App& app, int& status);
 void addApply(CLI::App& app, int& status);
 void addDiff(CLI::App& app, int& status);
 void addDump(CLI::App& app, int& status);
+void addVerify(CLI::App& app, int& status);
 
 }  // namespace Nerio

@@ -29,6 +29,14 @@ void copyShadow(fs::path const& from, fs::path const& to) {
 }  // namespace
 
 Snapshot::Snapshot(fs::path const& directory) : state_(requiredState(directory)), copy_("nerio-snapshot") {
+    copyFrom(directory);
+}
+
+Snapshot::Snapshot(Snapshot const& other) : state_(other.state_), copy_("nerio-snapshot") {
+    copyFrom(other.path());
+}
+
+void Snapshot::copyFrom(fs::path const& directory) {
     copyFile(directory / "chip", copy_.path() / "chip");
     try {
         copyShadow(directory / "shadow", copy_.path() / "shadow");

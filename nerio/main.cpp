@@ -31,6 +31,7 @@ int runCommand(int argc, char** argv) {
     Nerio::addApply(app, status);
     Nerio::addDump(app, status);
     Nerio::addDiff(app, status);
+    Nerio::addVerify(app, status);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

@@ -1,6 +1,7 @@
 #include "NerioSwitchApi/HashTable.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "Belmo/Assert.h"
@@ -49,6 +50,10 @@ void HashBaseHelper::doInit() {}
 
 bool HashBaseHelper::entryOwned(HwIndex) const {
     return true;
+}
+
+std::vector<RowLayout> HashBaseHelper::rowLayouts() const {
+    return {};
 }
 
 void HashBaseTable::lastHitByHashItemIs(Belmo::Ptr<Dovra::Cuckoo::HashItem const> const&, Belmo::Duration) {}
@@ -117,6 +122,13 @@ void PhysicalHashTableConvertor::sharedIn(Belmo::Ptr<SwTableTypes> const& types,
     sharedIn_ = types;
     sharedIndex_ = physTableIndex;
     types->sharedHashTables[physTableIndex] = this;
+}
+
+std::vector<RowLayout> PhysicalHashTableConvertor::rowLayouts(HwTableId /*id*/) const {
+    std::vector<RowLayout> all;
+    for (auto const& helper : helpers_)
+        std::ranges::move(helper->rowLayouts(), std::back_inserter(all));
+    return all;
 }
 
 CuckooLocation PhysicalHashTableConvertor::location(HwIndex index) const {

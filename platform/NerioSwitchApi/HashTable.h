@@ -113,6 +113,8 @@ public:
     virtual Ptr nullHashEntry() = 0;
     /** The item that a row of the shadow stands for; null or not valid for an empty row. */
     virtual Ptr decodeHwEntry(HwIndex index) = 0;
+    /** The forms that this helper's rows have; see `SwTableProfileConvertor::rowLayouts`. */
+    virtual std::vector<RowLayout> rowLayouts() const;
 
     HashBaseTable* swTable() const { return swTable_; }
     void swTableIs(HashBaseTable* table) { swTable_ = table; }
@@ -196,6 +198,8 @@ public:
     void syncEntries(U32 id) override;
     void initEntryCounter(TableGauge::TableKey const& key, U32 capacity, CapacityTableIndex index) override;
     std::optional<HwEntryConfig> wantedEntry(HwTableId id, HwIndex index) const override;
+    /** The forms that the helpers of all software tables tell. */
+    std::vector<RowLayout> rowLayouts(HwTableId id) const override;
 
     /** Adds a software table; the first one's helper gives the geometry. */
     void swTableIs(HashBaseTable& table, Belmo::Ptr<HashBaseHelper> const& helper);
