@@ -13,6 +13,7 @@
 #include "agent/ProfileJson.h"
 #include "agent/RouteFile.h"
 #include "nerio/Guarded.h"
+#include "nerio/Interrupt.h"
 
 namespace Nerio {
 
@@ -146,6 +147,7 @@ StateChange::StateChange(fs::path directory, StateFile const& state)
     withoutRoutes.routes.clear();
     fileIs(next / routesName, listOf(state.routes));
     fileIs(next / stateName, Agent::stateToJson(withoutRoutes).dump(1) + "\n");
+    onInterruptSay(fmt::format("; {} has a part of the change, and starts warm", directory_.string()));
 }
 
 void StateChange::done() {
@@ -158,6 +160,7 @@ void StateChange::done() {
         std::error_code ignored;
         fs::remove(from, ignored);
     }
+    onInterruptSay({});
 }
 
 }  // namespace Nerio

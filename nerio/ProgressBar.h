@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "nerio/Interrupt.h"
+
 namespace Nerio {
 
 /** A bar on standard error that shows how far a job is; it is there on a terminal only. */
@@ -12,13 +14,16 @@ class ProgressBar {
 public:
     explicit ProgressBar(std::size_t total) : total_(isatty(STDERR_FILENO) != 0 ? total : 0) {}
     ~ProgressBar() {
-        if (total_ != 0) fmt::print(stderr, "\r{:{}}\r", "", width + 7);
+        if (total_ == 0) return;
+        fmt::print(stderr, "\r{:{}}\r", "", width + 7);
+        onInterruptPrint({});
     }
     ProgressBar(ProgressBar const&) = delete;
     ProgressBar& operator=(ProgressBar const&) = delete;
 
     void doneIs(std::size_t done) {
         if (total_ == 0 || done * 100 / total_ == percent_) return;
+        if (percent_ == 0) onInterruptPrint("\n");
         percent_ = done * 100 / total_;
         auto const filled = percent_ * width / 100;
         fmt::print(stderr, "\r[{:#<{}}{:{}}] {:3} %", "", filled, "", width - filled, percent_);

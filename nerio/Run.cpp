@@ -9,6 +9,7 @@
 #include "nerio/CampusExample.h"
 #include "nerio/Commands.h"
 #include "nerio/Guarded.h"
+#include "nerio/Interrupt.h"
 #include "nerio/KeptSwitch.h"
 #include "nerio/ProgrammedSwitch.h"
 #include "nerio/RunReport.h"
@@ -98,7 +99,9 @@ void addRun(CLI::App& app, int& status) {
     command->add_option("--warm-restart-of", options->warmRestartOf)->group("");
     command->callback([options, &status] {
         status = guarded("run", [&] {
-            return options->warmRestartOf.empty() ? runSwitch(*options) : restartWarm(options->warmRestartOf);
+            if (options->warmRestartOf.empty()) return runSwitch(*options);
+            interruptsAreSilent();
+            return restartWarm(options->warmRestartOf);
         });
     });
 }

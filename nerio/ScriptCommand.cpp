@@ -44,7 +44,7 @@ bool answerLine(Script& script, Json const& line) {
 int runLines(std::istream& stream, Script& script) {
     int status = done;
     std::string text;
-    for (std::size_t number = 1; std::getline(stream, text); ++number) {
+    for (std::size_t number = 1; std::cout && std::getline(stream, text); ++number) {
         if (isSkipped(text)) continue;
         Json line;
         try {
@@ -78,6 +78,7 @@ int runFile(std::string const& path, Script& script) {
     }
     int status = done;
     for (auto const& line : lines) {
+        if (!std::cout) break;
         if (!answerLine(script, line)) status = jobFailed;
     }
     return status;

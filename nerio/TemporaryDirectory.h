@@ -1,26 +1,19 @@
 #pragma once
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <system_error>
-
-#include "Belmo/Exceptions.h"
 
 namespace Nerio {
 
-/** A directory of its own under the system's temporary directory, gone with this object. */
+/**
+ * A directory of its own under the system's temporary directory, gone with this object, or when the process
+ * is interrupted.
+ */
 class TemporaryDirectory {
 public:
-    explicit TemporaryDirectory(std::string const& prefix) {
-        auto name = (std::filesystem::temp_directory_path() / (prefix + "-XXXXXX")).string();
-        if (::mkdtemp(name.data()) == nullptr) throw Belmo::ResourceException(name + ": cannot be made");
-        path_ = name;
-    }
-    ~TemporaryDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
+    /** Throws `Belmo::ResourceException`. */
+    explicit TemporaryDirectory(std::string const& prefix);
+    ~TemporaryDirectory();
     TemporaryDirectory(TemporaryDirectory const&) = delete;
     TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
 
@@ -29,5 +22,8 @@ public:
 private:
     std::filesystem::path path_;
 };
+
+/** Those that there are, for good: the process is about to end. */
+void removeTemporaryDirectories();
 
 }  // namespace Nerio

@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fmt/format.h>
@@ -5,6 +6,7 @@
 #include "Belmo/Exceptions.h"
 
 #include "nerio/Commands.h"
+#include "nerio/Interrupt.h"
 
 namespace {
 
@@ -47,7 +49,10 @@ int runCommand(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A reader that has gone is told by the failing write.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
+        Nerio::interruptsAreSaid();
         return runCommand(argc, argv);
     } catch (std::exception const& failure) {
         std::fprintf(stderr, "nerio: %s\n", failure.what());

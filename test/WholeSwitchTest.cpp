@@ -1,5 +1,6 @@
 // All families at once on one switch: on the chip of each generation, and under random operations.
 #include <algorithm>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
@@ -110,6 +111,53 @@ public:
         EXPECT_TRUE(chip_->state() == chipBefore) << "a warm restart changed what the chip does";
     }
 
+    /** A row of a hardware table. */
+    using Row = std::pair<std::string, NerioSwitchApi::HwIndex>;
+
+    /** Flips a bit in each row that the chip has, another one in each and in every round. */
+    std::set<Row> flipInChip(U32 round) {
+        std::set<Row> flipped;
+        forEachStoredRow(
+            [&](Member const& member, auto const& descriptor, auto const& table, auto const& stored) {
+                if (flipBit(*member.table->table()->profileConvertorPtr(), table, stored, round))
+                    flipped.emplace(descriptor.name(), stored.index());
+            });
+        return flipped;
+    }
+
+    /** The same in the shadow of rows of which software wants something. */
+    std::set<Row> flipInShadow(U32 round) {
+        std::set<Row> flipped;
+        forEachStoredRow(
+            [&](Member const& member, auto const& descriptor, auto const& table, auto const& stored) {
+                auto const& convertor = *member.table->table()->profileConvertorPtr();
+                if (!convertor.wantedEntry(descriptor.id(), stored.index())) return;
+                std::vector<U32> words(stored.words().begin(), stored.words().end());
+                auto const bit = bitOf(stored.index(), round, words.size());
+                words[bit / 32] ^= U32{1} << bit % 32;
+                table.shadow().store(stored.index(), words);
+                flipped.emplace(descriptor.name(), stored.index());
+            });
+        return flipped;
+    }
+
+    /** The rows that a verification names. */
+    std::set<Row> differingRows() const {
+        std::set<Row> rows;
+        for (auto const& member : members_) {
+            for (auto const& each : verify(member).differences)
+                rows.emplace(each.hwTable, each.row);
+        }
+        return rows;
+    }
+
+    void repair() {
+        for (auto const& member : members_)
+            Agent::repair(*member.table->table(), verify(member));
+    }
+
+    std::vector<U32> chipState() const { return chip_->state(); }
+
     /** How many entries found no place. */
     std::size_t withoutPlace() const {
         std::size_t count = 0;
@@ -134,6 +182,63 @@ public:
     }
 
 private:
+    Agent::Verification verify(Member const& member) const {
+        return Agent::verify(*member.table->table(),
+                             [this](auto registers, auto words) { chip_->readRow(registers, words); });
+    }
+
+    /** Visits each row that the shadow holds, once if tables share it. */
+    template <class Visit>
+    void forEachStoredRow(Visit const& visit) {
+        std::set<std::string> seen;
+        for (auto const& member : members_) {
+            auto const& convertor = *member.table->table()->profileConvertorPtr();
+            for (auto const& [id, descriptor] : convertor.descriptors()) {
+                if (!seen.insert(descriptor->name()).second) continue;
+                auto const& table = *convertor.hwTable(id);
+                for (U64 row = descriptor->firstIndex(); row <= descriptor->lastIndex(); ++row) {
+                    if (auto const stored = table.storedEntry(static_cast<NerioSwitchApi::HwIndex>(row)))
+                        visit(member, *descriptor, table, *stored);
+                }
+            }
+        }
+    }
+
+    static std::size_t bitOf(NerioSwitchApi::HwIndex row, U32 round, std::size_t words) {
+        return (std::size_t{row} + 37 * std::size_t{round}) % (32 * words);
+    }
+
+    /** Flips a bit of a row in the chip; whether the chip has that bit. */
+    bool flipBit(NerioSwitchApi::SwTableProfileConvertor const& convertor,
+                 NerioSwitchApi::HwTableConfig const& table, NerioSwitchApi::HwEntryConfig const& stored,
+                 U32 round) {
+        auto const registers = table.registersOf(stored.index());
+        std::vector<std::size_t> places;
+        for (std::size_t word = 0; word < std::min(registers.size(), stored.words().size()); ++word) {
+            bool const isContent =
+                !table.rowsShareRegisters() || convertor.hwStaticWord(static_cast<U8>(word)) == 0;
+            if (registers[word].exists() && isContent) places.push_back(word);
+        }
+        if (places.empty()) return false;
+        auto const bit = bitOf(stored.index(), round, places.size());
+        auto const word = places[bit / 32];
+        U32 const mask = U32{1} << bit % 32;
+        if (!table.rowsShareRegisters()) {
+            chip_->write(registers[word], chip_->read(registers[word]) ^ mask);
+            return true;
+        }
+        std::vector<U32> words(stored.words().begin(), stored.words().end());
+        auto const readRow = [&](std::vector<U32> row) {
+            chip_->readRow(registers.first(std::min(registers.size(), row.size())), row);
+            return row;
+        };
+        auto const before = readRow(words);
+        auto flipped = before;
+        flipped[word] ^= mask;
+        chip_->writeRow(registers.first(std::min(registers.size(), flipped.size())), flipped.data());
+        return readRow(words) != before;
+    }
+
     Member const& member(std::string_view name) const {
         return *std::ranges::find(members_, name, [](auto const& each) { return each.family.spec.name; });
     }
@@ -195,6 +300,35 @@ INSTANTIATE_TEST_SUITE_P(Generations, WholeSwitchTest,
                          ::testing::Values("api2", "api3", "api4", "api5", "api6", "api7", "api8", "api9",
                                            "api10", "default"),
                          [](auto const& preset) { return std::string(preset.param); });
+
+/** Bits are flipped in many rows at a time, another one in each, since a look takes as long for one. */
+TEST_P(WholeSwitchTest, EachFlippedBitIsFoundAndRepaired) {
+    Random random(20266);
+    WholeSwitch target(GetParam());
+    target.start(StartMode::cold);
+    for (auto& member : target.members())
+        target.operate(member, random, 12);
+    auto const before = target.chipState();
+    bool const isEvery = std::getenv("NERIO_EVERY_CUT") != nullptr;
+    U32 const flips = isEvery ? 256 : sanitized ? 1 : 3;
+    for (U32 round = 0; round < flips; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        auto const inChip = target.flipInChip(round);
+        EXPECT_GT(inChip.size(), 10000u);
+        ASSERT_TRUE(target.differingRows() == inChip);
+        target.repair();
+        target.expectAgreement();
+        ASSERT_TRUE(target.chipState() == before);
+
+        auto const inShadow = target.flipInShadow(round);
+        EXPECT_GT(inShadow.size(), 100u);
+        ASSERT_TRUE(target.differingRows() == inShadow);
+        target.repair();
+        target.expectAgreement();
+        ASSERT_TRUE(target.chipState() == before);
+        ASSERT_FALSE(HasFailure());
+    }
+}
 
 TEST(WholeSwitchFamiliesTest, AreAllOfThemOnEachChipButForRangesBeforeApi4) {
     std::set<std::string> known;

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+/*
+ * What becomes of a command that is stopped by Ctrl-C, by `kill` or because its terminal has gone. It ends at
+ * once, in the middle of whatever it does: shadow and chip are in order at every register write. A thread
+ * that waits for the signal says so in one line and takes temporary directories away; then the signal does
+ * its work.
+ */
+namespace Nerio {
+
+/** From here on. To be called before there are other threads. */
+void interruptsAreSaid();
+/** What the line says behind "interrupted"; nothing at first. */
+void onInterruptSay(std::string text);
+/** Another process of this command says it. */
+void interruptsAreSilent();
+/** Where a bar or a screen was drawn, the line begins on a line of its own. */
+void onInterruptPrint(std::string text);
+
+}  // namespace Nerio
