@@ -215,7 +215,11 @@ StateFile parseState(Belmo::String const& text, Belmo::String const& path) {
     }
 }
 
-void applyEntries(StateFile const& file, TableState const& state, JsonTable& table) {
+namespace {
+
+/** Calls `visit(entry, place)` for each entry of a table, and gives a failure its place in the file. */
+template <class Visit>
+void forEachEntry(StateFile const& file, TableState const& state, Visit const& visit) {
     Place const root;
     auto const entries = root.member("entries");
     std::size_t number = 0;
@@ -223,21 +227,36 @@ void applyEntries(StateFile const& file, TableState const& state, JsonTable& tab
         auto const here = entries.element(number++);
         try {
             membersAre(entry, {"key", "result"}, here);
-            table.entryIs(requiredMember(entry, "key", here), requiredMember(entry, "result", here), here);
+            visit(entry, here);
         } catch (JsonException const& failure) {
             throw StateFileException(file.path, state.place + failure.place(), failure.what());
         }
     }
 }
 
+/** The keys of a table in its file, in the form that the table gives them. */
+std::set<Belmo::String> keysOf(StateFile const& file, TableState const& state, JsonTable const& table) {
+    std::set<Belmo::String> keys;
+    forEachEntry(file, state, [&](Json const& entry, Place const& here) {
+        keys.insert(table.keyForm(requiredMember(entry, "key", here), here).dump());
+    });
+    return keys;
+}
+
+}  // namespace
+
+void applyEntries(StateFile const& file, TableState const& state, JsonTable& table) {
+    forEachEntry(file, state, [&](Json const& entry, Place const& here) {
+        table.entryIs(requiredMember(entry, "key", here), requiredMember(entry, "result", here), here);
+    });
+}
+
 void entriesAre(StateFile const& file, TableState const& state, JsonTable& table) {
-    std::set<Belmo::String> wanted;
-    for (auto const& entry : state.entries) {
-        auto const* key = optionalMember(entry, "key");
-        if (key != nullptr) wanted.insert(table.keyForm(*key, {}).dump());
-    }
-    for (auto const& [key, result] : table.entries()) {
-        if (!wanted.contains(key.dump())) table.entryDel(key, {});
+    if (table.entryCount() != 0) {
+        auto const wanted = keysOf(file, state, table);
+        for (auto const& [key, result] : table.entries()) {
+            if (!wanted.contains(key.dump())) table.entryDel(key, {});
+        }
     }
     applyEntries(file, state, table);
     for (auto const& key : table.inconsistent())

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdio>
 #include <exception>
 #include <fmt/format.h>
+#include <system_error>
 
 #include "Belmo/Exceptions.h"
 
@@ -30,6 +32,9 @@ int guarded(char const* command, Run const& run) {
         return failed(failure, badInput);
     } catch (BadInput const& failure) {
         return failed(failure, badInput);
+    } catch (std::system_error const& failure) {
+        // Output that is lost is told in the end, by whatever way it was.
+        return std::ferror(stdout) != 0 ? jobFailed : failed(failure, jobFailed);
     } catch (std::exception const& failure) {
         return failed(failure, jobFailed);
     }

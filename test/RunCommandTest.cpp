@@ -254,7 +254,7 @@ TEST_F(RunCommandTest, KeepsTheSwitchInADirectory) {
         EXPECT_EQ(result.status, 0) << result.errors;
         EXPECT_THAT(result.output, testing::EndsWith("the switch is kept in " + place + "\n"));
         EXPECT_EQ(TemporaryDirectory::namesIn(place),
-                  (std::vector<std::string>{"chip", "chip.lock", "shadow", "state.json"}));
+                  (std::vector<std::string>{"chip", "chip.lock", "routes.txt", "shadow", "state.json"}));
     }
     // What is kept can be driven by hand.
     auto const script = runCommand({"script", "--switch", place},
@@ -278,9 +278,9 @@ TEST_F(RunCommandTest, NamesEachRowThatDoesNotAgree) {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.errors,
               "nerio run: after the cold start: hardware table a/demo/PortConfig/0 row 1: "
-              "word 0: the shadow holds 0x00000000, the chip 0x00000001\n"
+              "word 0: the shadow holds 0x00000000, the chip 0x00000001 (portMode: 1 instead of 0)\n"
               "nerio run: after the warm restart: hardware table a/demo/PortConfig/0 row 1: "
-              "word 0: the shadow holds 0x00000000, the chip 0x00000001\n");
+              "word 0: the shadow holds 0x00000000, the chip 0x00000001 (portMode: 1 instead of 0)\n");
     EXPECT_THAT(result.output, testing::EndsWith("\n2 differences between software, shadow and chip\n"));
     auto const report = runCommand({"run", file, "--json"});
     EXPECT_EQ(report.status, 1);

@@ -174,7 +174,8 @@ TEST_F(VerifyMemoryTest, FindsARowThatTheMemoryHoldsOtherwise) {
     ASSERT_EQ(found.differences.size(), 1u);
     EXPECT_EQ(found.differences[0].hwTable, "h/demo/HashTest/1");
     EXPECT_EQ(found.differences[0].row, 5u);
-    EXPECT_EQ(found.differences[0].text, "word 1: the shadow holds 0x0000004D, the chip 0x0000004F");
+    EXPECT_EQ(found.differences[0].text,
+              "word 1: the shadow holds 0x0000004D, the chip 0x0000004F (result: 0x4F instead of 0x4D)");
     EXPECT_TRUE(Agent::verify(table()).differences.empty()) << "nobody looks into the memory";
 }
 
@@ -184,7 +185,8 @@ TEST_F(VerifyMemoryTest, ComparesControlWordsWithTheSoftwareAlone) {
     auto const found = verify();
     ASSERT_EQ(found.differences.size(), 1u);
     EXPECT_EQ(found.differences[0].row, 3u);
-    EXPECT_EQ(found.differences[0].text, "word 2: software wants 0x00008003, the shadow holds 0x00008004");
+    EXPECT_EQ(found.differences[0].text,
+              "word 2: software wants 0x00008003, the shadow holds 0x00008004 (row: 4 instead of 3)");
 }
 
 TEST_F(VerifyMemoryTest, ARowThatCannotBeReadDiffers) {
