@@ -9,9 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/ConfigDbImport.h"
-#include "agent/ImportReport.h"
-#include "agent/StateFile.h"
+#include "agent/Imported.h"
 
 /* What the importers of the parts of a configuration database share. */
 namespace Agent::Import {

@@ -109,6 +109,8 @@ bool isAcl(ConfigDb& db, ConfigEntry const& table, std::size_t rules) {
     Belmo::String reason;
     if (stage == "egress" || stage == "EGRESS") {
         reason = "ACLs are asked where packets come in";
+    } else if (type == "L3V6" || type == "MIRRORV6") {
+        reason = fmt::format("type {}: rules are those of IPv4", type);
     } else if (type == "CTRLPLANE") {
         reason = "what the CPU's services take is its own matter";
     } else {

@@ -5,16 +5,9 @@
 #include "Belmo/Ptr.h"
 #include "NerioSwitch/ProfileInfo.h"
 
-#include "agent/ImportReport.h"
-#include "agent/StateFile.h"
+#include "agent/Imported.h"
 
 namespace Agent {
-
-/** A switch as a state file, and what became of the text that it was made of. */
-struct Imported {
-    StateFile state;
-    ImportReport report;
-};
 
 /**
  * Imports a configuration database: JSON with an object for each table, in it one for each entry, whose

@@ -98,7 +98,7 @@ private:
     U32 next_ = 1;
 };
 
-/** "10.0.0.1 port1, 10.0.0.5 port2": all next hops of a route are one. */
+/** "10.0.0.1 port1, 10.0.0.5 port2": all next hops of a route are one, in alphabetical order. */
 Belmo::String nexthopName(ConfigEntry const& route) {
     auto const addresses = route.list("nexthop");
     auto const interfaces = route.list("ifname");
@@ -109,6 +109,7 @@ Belmo::String nexthopName(ConfigEntry const& route) {
         auto const* blank = address.empty() || interface.empty() ? "" : " ";
         if (!address.empty() || !interface.empty()) names.push_back(address + blank + interface);
     }
+    std::ranges::sort(names);
     return fmt::format("{}", fmt::join(names, ", "));
 }
 

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "agent/AclImport.h"
+#include "agent/ConfigDbImport.h"
 #include "agent/IptablesImport.h"
 
 namespace Agent {

@@ -3,7 +3,10 @@
 #include <optional>
 #include <string_view>
 
-#include "agent/ConfigDbImport.h"
+#include "Belmo/Ptr.h"
+#include "NerioSwitch/ProfileInfo.h"
+
+#include "agent/Imported.h"
 
 /* Other people's texts as state files. */
 namespace Agent {

@@ -2,7 +2,10 @@
 
 #include <string_view>
 
-#include "agent/ConfigDbImport.h"
+#include "Belmo/Ptr.h"
+#include "NerioSwitch/ProfileInfo.h"
+
+#include "agent/Imported.h"
 
 namespace Agent {
 

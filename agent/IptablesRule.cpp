@@ -113,6 +113,10 @@ private:
     void destination(Belmo::String const& option) { rule_.destination = prefix(option); }
     Lanvo::Prefix prefix(Belmo::String const& option) {
         auto const& text = argumentOf(option);
+        if (text.find(':') != text.npos) {
+            rule_.misfits.push_back(fmt::format("{} {}: rules are those of IPv4", option, text));
+            return {};
+        }
         auto const prefix = prefixFromText(text);
         if (!prefix) refuse(fmt::format("{} {}: no IPv4 prefix", option, text));
         return *prefix;

@@ -89,19 +89,19 @@ TEST(ConfigDbImportTest, PortSettings) {
 
 TEST(ConfigDbImportTest, PortChannelsTakeTheNumberOfTheirName) {
     auto const imported = importOf(withPorts(R"(
-        "PORTCHANNEL": {"Channel0002": {"members": ["port2"]}, "Channel63": {}, "Channel1": {},
+        "PORTCHANNEL": {"Channel0002": {"members": ["port2"]}, "Channel63": {}, "Channel4": {},
                         "Other2": {"min_links": "1"}},
-        "PORTCHANNEL_MEMBER": {"Channel0002|port0": {}, "Channel0002|port1": {}, "Channel1|port1": {},
+        "PORTCHANNEL_MEMBER": {"Channel0002|port0": {}, "Channel0002|port1": {}, "Channel4|port1": {},
                                "Channel63|port3": {}, "Channel63|port9": {}, "None|port4": {},
                                "Other2|port5": {}})"));
-    EXPECT_EQ(stateOf(imported), json(R"({"portChannels": {"2": "0-2", "3": "3", "4": "5"}})"));
+    EXPECT_EQ(stateOf(imported), json(R"({"portChannels": {"1": "3", "2": "0-2", "3": "5"}})"));
     EXPECT_THAT(imported.report.names(), Contains(ImportName{"port channel", "Channel0002", 2}));
-    EXPECT_THAT(imported.report.names(), Contains(ImportName{"port channel", "Channel63", 3}));
+    EXPECT_THAT(imported.report.names(), Contains(ImportName{"port channel", "Channel63", 1}));
     EXPECT_THAT(lossesOf(imported),
-                ElementsAre("/PORTCHANNEL_MEMBER/Channel1|port1: port1 is in Channel0002 already",
+                ElementsAre("/PORTCHANNEL_MEMBER/Channel4|port1: port1 is in Channel0002 already",
                             "/PORTCHANNEL_MEMBER/Channel63|port9: port9: the chip has no such port",
                             "/PORTCHANNEL_MEMBER/None|port4: None: the chip has no such port channel",
-                            "/PORTCHANNEL/Channel1: it has no member that the chip has",
+                            "/PORTCHANNEL/Channel4: it has no member that the chip has",
                             "/PORTCHANNEL/*/min_links: 1 entry: not a matter of these tables"));
 }
 
@@ -122,8 +122,8 @@ TEST(ConfigDbImportTest, VlansAndTheirMembers) {
                         "Vlan40|port1": {"tagging_mode": "untagged"}, "Vlan40|port2": {"tagging_mode": "odd"},
                         "Vlan50|port2": {}, "Vlan40|port3": {}})"));
     EXPECT_EQ(stateOf(imported), json(R"({
-        "vlans": {"20": {"ports": "0,6-7", "untagged": "0"}, "30": {"ports": "0-1", "untagged": "1"},
-                  "40": {"ports": "3"}},
+        "vlans": {"20": {"ports": "0,6-7", "untagged": "0"}, "30": {"ports": "0"},
+                  "40": {"ports": "1,3", "untagged": "1"}},
         "ports": {"0,3,6-7": {"mode": "trunk"}}, "portChannels": {"1": "6-7"}})"));
     EXPECT_EQ(imported.report.taken("VLANs"), 3u);
     EXPECT_EQ(imported.report.taken("VLAN members"), 5u);
@@ -245,7 +245,7 @@ TEST(ConfigDbImportTest, RulesBecomeEntriesInTheOrderOfTheirPriorities) {
 
 TEST(ConfigDbImportTest, RulesThatNoEntrySaysAreListed) {
     auto const imported = importOf(R"({
-        "ACL_TABLE": {"t": {"type": "L3"}, "cpu": {"type": "CTRLPLANE"}, "late": {"stage": "egress"}},
+        "ACL_TABLE": {"t": {"type": "L3"}, "cpu": {"type": "CTRLPLANE"}, "late": {"stage": "egress"}, "six": {"type": "L3V6"}},
         "ACL_RULE": {
             "t|1": {"PACKET_ACTION": "DROP", "SRC_IPV6": "fc00::/7"},
             "t|2": {"PACKET_ACTION": "DROP", "SRC_IP": "fc00::/7"},
@@ -257,7 +257,7 @@ TEST(ConfigDbImportTest, RulesThatNoEntrySaysAreListed) {
             "t|8": {"PACKET_ACTION": "DROP", "IP_PROTOCOL": "6", "L4_SRC_PORT": "1", "L4_DST_PORT": "2"},
             "t|9": {"PACKET_ACTION": "DROP", "IP_PROTOCOL": "132", "L4_SRC_PORT": "1"},
             "t|90": {"PACKET_ACTION": "DROP", "DST_IP": "0.0.0.0/1"},
-            "cpu|1": {"PACKET_ACTION": "DROP"}, "late|1": {"PACKET_ACTION": "DROP"},
+            "cpu|1": {"PACKET_ACTION": "DROP"}, "late|1": {"PACKET_ACTION": "DROP"}, "six|1": {"PACKET_ACTION": "DROP"},
             "none|1": {"PACKET_ACTION": "DROP"}}})");
     EXPECT_EQ(stateOf(imported), Json::object());
     EXPECT_THAT(
@@ -271,6 +271,7 @@ TEST(ConfigDbImportTest, RulesThatNoEntrySaysAreListed) {
                     "/ACL_RULE/t|7: PACKET_ACTION is missing: rules permit or deny",
                     "/ACL_TABLE/cpu: with 1 rules of it: what the CPU's services take is its own matter",
                     "/ACL_TABLE/late: with 1 rules of it: ACLs are asked where packets come in",
+                    "/ACL_TABLE/six: with 1 rules of it: type L3V6: rules are those of IPv4",
                     "/ACL_RULE/t|8: an entry looks at the source's port or at the destination's, not at both",
                     "/ACL_RULE/t|9: protocol 132: ports are those of TCP and UDP",
                     "/ACL_RULE/t|90: 0.0.0.0/1: keys of this chip do not tell it from other addresses",
