@@ -74,10 +74,10 @@ void printReport(ImportReport const& report) {
     for (auto const& [part, count] : report.parts())
         fmt::print(stderr, "{}: {}\n", part, count);
     for (auto const& [kind, name, number] : report.names())
-        fmt::print(stderr, "{} {}: {}\n", kind, name, number);
+        fmt::print(stderr, "{} {}: {}\n", kind, Agent::oneLine(name), number);
     fmt::print(stderr, "not taken: {}\n", report.losses().size());
     for (auto const& [place, reason] : report.losses())
-        fmt::print(stderr, "  {}: {}\n", place, reason);
+        fmt::print(stderr, "  {}: {}\n", Agent::oneLine(place), Agent::oneLine(reason));
 }
 
 std::string textOf(Json const& json) {

@@ -69,6 +69,14 @@ TEST_F(ImportCommandTest, PrintsTheStateAndReportsOnStandardError) {
               "  line 4: -i eth0: an ACL is chosen by the VLAN of a packet, not by a rule\n");
 }
 
+TEST_F(ImportCommandTest, WhatIsNotTakenIsALineWhateverItsNames) {
+    auto const result = runCommand({"import", file("in.json", R"({"PORT": {"a\nb": {"c\td": "1"}}})")});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors,
+              "ports: 1\nport a\\x0ab: 0\nnot taken: 1\n"
+              "  /PORT/*/c\\x09d: 1 entry: not a matter of these tables\n");
+}
+
 TEST_F(ImportCommandTest, JsonHasStateAndReport) {
     auto const result =
         runCommand({"import", file("in.json", switchConfiguration), "--json", "--from", "config_db"});
