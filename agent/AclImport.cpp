@@ -113,7 +113,7 @@ TableState tableOf(char const* family, Belmo::String const& name, FamilyNumbers 
 }  // namespace
 
 std::optional<U8> AclRanges::numberOf(PortRange const& range) {
-    auto const known = std::ranges::find(ranges_, std::optional(range));
+    auto const* const known = std::ranges::find(ranges_, std::optional(range));
     if (known != ranges_.end()) return static_cast<U8>(known - ranges_.begin());
     bool const toLast = range.last == lastPort;
     bool const fromFirst = range.first == 0;
@@ -168,7 +168,7 @@ AclImport::Reason AclImport::add(Acl& acl, FilterRule const& match, AclImportRul
     if (priority > HwAclPriority::max)
         return fmt::format("rules above it take all {} priorities", U32{HwAclPriority::max});
     auto const hwRule = HwAclRule().priorityIs(priority).ruleFlagIs(rule.permit).counterIs(nextCounter());
-    if (auto const reason = place(acl, match, hwRule)) return reason;
+    if (auto reason = place(acl, match, hwRule)) return reason;
     acl.taken.push_back({match, rule.permit, priority, rule.place});
     report_.took("ACL entries");
     return std::nullopt;

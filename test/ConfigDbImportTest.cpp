@@ -342,6 +342,17 @@ TEST(ConfigDbImportTest, StaticRoutes) {
                             "/VRF/*/vni: 1 entry: not a matter of these tables"));
 }
 
+TEST(ConfigDbImportTest, NextHopsHaveNumbersFromOneOnWithoutTheOneThatIsNone) {
+    Json routes = Json::object();
+    for (int i = 0; i < 58; ++i)
+        routes[fmt::format("10.0.0.{}", i)] = {{"ifname", fmt::format("p{}", i)}};
+    auto const imported = importOf(Json{{"STATIC_ROUTE", routes}}.dump());
+    ASSERT_EQ(imported.state.routes.size(), 58u);
+    EXPECT_EQ(imported.state.routes[0].nexthop, 1u);
+    EXPECT_EQ(imported.state.routes[55].nexthop, 56u);
+    EXPECT_EQ(imported.state.routes[56].nexthop, 58u);
+}
+
 TEST(ConfigDbImportTest, TablesOfOthersAreALineEach) {
     auto const imported =
         importOf(R"({"VLAN": {}, "BGP_NEIGHBOR": {"a": {}, "b": {}}, "NEIGH": {"c": {}}, "ODD": "text"})");
