@@ -97,6 +97,7 @@ void ruleIs(ConfigDb& db, ConfigEntry const& rule, RulesByTable& rules) {
 std::vector<AclImportRule> inOrder(std::vector<OrderedRule> rules) {
     std::ranges::stable_sort(rules, std::greater(), &OrderedRule::priority);
     std::vector<AclImportRule> ordered;
+    ordered.reserve(rules.size());
     for (auto& rule : rules)
         ordered.push_back(std::move(rule.rule));
     return ordered;

@@ -108,7 +108,7 @@ public:
 private:
     void limitIs(Belmo::String const& trap, std::pair<Belmo::String const, Group> const& group,
                  Belmo::String const& place) {
-        auto const found = std::ranges::find(classesOfTraps, trap, &TrapClass::trap);
+        auto const* const found = std::ranges::find(classesOfTraps, trap, &TrapClass::trap);
         if (found != classesOfTraps.end()) {
             classes_[found->policed].insert(group.first);
             db_.report.took("traps");

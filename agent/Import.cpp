@@ -53,8 +53,10 @@ std::size_t countFlags(std::string_view text) {
 Imported importFilters(std::string_view text, Belmo::Ptr<NerioSwitch::ProfileInfo> profile) {
     Imported imported;
     imported.state.profile = std::move(profile);
+    auto const filters = filterRulesFromText(Belmo::String(text));
     std::vector<AclImportRule> rules;
-    for (auto const& rule : filterRulesFromText(Belmo::String(text)))
+    rules.reserve(filters.size());
+    for (auto const& rule : filters)
         rules.push_back({{rule}, true, fmt::format("rule {}", rules.size() + 1)});
     AclImport acls(*imported.state.profile, imported.report);
     acls.aclIs("filters", "", rules, AclImportOrder::all);

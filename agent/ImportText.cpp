@@ -17,7 +17,8 @@ bool isDigit(char character) {
 /** Takes a run of digits, or of anything else, from the front. */
 std::string_view takeRun(std::string_view& rest) {
     bool const digits = isDigit(rest.front());
-    auto const end = std::ranges::find_if(rest, [&](char character) { return isDigit(character) != digits; });
+    auto const* const end =
+        std::ranges::find_if(rest, [&](char character) { return isDigit(character) != digits; });
     auto const run = rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
     rest.remove_prefix(run.size());
     return run;
