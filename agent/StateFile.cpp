@@ -13,19 +13,6 @@ namespace Agent {
 
 namespace {
 
-/** Names in a message are the file's, and may hold anything; what is printed stays one line. */
-Belmo::String oneLine(Belmo::String const& text) {
-    Belmo::String line;
-    for (char const character : text) {
-        if (auto const code = static_cast<unsigned char>(character); code < 0x20 || code == 0x7F) {
-            line += fmt::format("\\x{:02x}", code);
-        } else {
-            line += character;
-        }
-    }
-    return line;
-}
-
 /** What the chip's port numbers tell apart. A profile may claim more, and no table comes up over it. */
 void checkPorts(NerioSwitch::ProfileInfo const& profile, Place const& place) {
     constexpr U32 most = NerioSwitch::ChipPortId::last + 1;

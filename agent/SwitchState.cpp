@@ -5,30 +5,17 @@
 #include <fmt/format.h>
 #include <optional>
 #include <set>
-#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "agent/ValueJson.h"
+#include "agent/SparseJson.h"
 
 namespace Agent {
 
 /** The form of a value whose attributes are left out where they are at their default. */
 template <class Value>
 struct SparseForm {
-    static Json toJson(Value const& value) {
-        Json json = Json::object();
-        Value const defaults;
-        std::apply(
-            [&](auto const&... attribute) {
-                ((value.*(attribute.member) == defaults.*(attribute.member)
-                      ? void()
-                      : void(json[attribute.name] = Agent::toJson(value.*(attribute.member)))),
-                 ...);
-            },
-            Value::attributes());
-        return json;
-    }
+    static Json toJson(Value const& value) { return sparseToJson(value); }
     static Value fromJson(Json const& json, Place const& place) { return objectFromJson<Value>(json, place); }
 };
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <fmt/format.h>
 #include <memory>
 #include <system_error>
 #include <unistd.h>
@@ -43,6 +44,18 @@ Belmo::String textOfFile(Belmo::String const& path) {
     gzerror(file.get(), &code);
     if (code != Z_OK && code != Z_STREAM_END) refuse(reasonOf(file.get()));
     return text;
+}
+
+Belmo::String oneLine(Belmo::String const& text) {
+    Belmo::String line;
+    for (char const character : text) {
+        if (auto const code = static_cast<unsigned char>(character); code < 0x20 || code == 0x7F) {
+            line += fmt::format("\\x{:02x}", code);
+        } else {
+            line += character;
+        }
+    }
+    return line;
 }
 
 }  // namespace Agent

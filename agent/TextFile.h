@@ -10,4 +10,7 @@ namespace Agent {
  */
 Belmo::String textOfFile(Belmo::String const& path);
 
+/** A text of a file as messages show it: what would leave the line stands as "\x0a". */
+Belmo::String oneLine(Belmo::String const& text);
+
 }  // namespace Agent

@@ -18,5 +18,6 @@ void addApply(CLI::App& app, int& status);
 void addDiff(CLI::App& app, int& status);
 void addDump(CLI::App& app, int& status);
 void addVerify(CLI::App& app, int& status);
+void addImport(CLI::App& app, int& status);
 
 }  // namespace Nerio

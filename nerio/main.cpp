@@ -29,6 +29,7 @@ int runCommand(int argc, char** argv) {
     Nerio::addScript(app, status);
     Nerio::addRoutes(app, status);
     Nerio::addCapacity(app, status);
+    Nerio::addImport(app, status);
     Nerio::addLookup(app, status);
     Nerio::addApply(app, status);
     Nerio::addDump(app, status);
