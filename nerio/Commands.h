@@ -14,5 +14,7 @@ void addScript(CLI::App& app, int& status);
 void addLookup(CLI::App& app, int& status);
 void addRoutes(CLI::App& app, int& status);
 void addCapacity(CLI::App& app, int& status);
+void addLayout(CLI::App& app, int& status);
+void addDecode(CLI::App& app, int& status);
 
 }  // namespace Nerio

@@ -11,8 +11,11 @@
 #include "agent/SwitchEntries.h"
 #include "nerio/CampusExample.h"
 #include "nerio/Commands.h"
+#include "nerio/FillSampler.h"
 #include "nerio/Guarded.h"
 #include "nerio/KeptSwitch.h"
+#include "nerio/Page.h"
+#include "nerio/RunPage.h"
 #include "nerio/RunReport.h"
 #include "nerio/SecondProcess.h"
 #include "nerio/SwitchAgents.h"
@@ -32,6 +35,7 @@ using Agent::StateFile;
 using NerioSwitchApi::StartMode;
 
 struct Options {
+    std::string html;
     std::string stateFile;
     std::string directory;
     bool json = false;
@@ -105,12 +109,16 @@ std::vector<TableReport> startTables(Switch& target, StartMode mode, Settle&& se
 }
 
 /** The first process's part: the switch, programmed cold, and kept in the directory. */
-Json programCold(StateFile const& file, std::filesystem::path const& directory) {
+Json programCold(StateFile const& file, std::filesystem::path const& directory,
+                 std::vector<FillSampler::Series>* fill) {
+    FillSampler sampler;
     Switch target(file.profile, directory);
+    if (fill != nullptr) target.samplerIs(sampler);
     WantedTables const wanted(file);
     wanted.forEach([&](auto const& spec, auto const&) { wanted.applyTo(spec, *target.tableIs(spec)); });
     auto tables = startTables(target, StartMode::cold, [](auto const&, auto const&) {});
     StartReport const report{std::move(tables), startAgents(file, target, StartMode::cold)};
+    if (fill != nullptr) *fill = sampler.series();
     keptStateIs(directory, file);
     return toJson(report);
 }
@@ -149,12 +157,15 @@ void rehearse(StateFile const& file) {
 
 int runSwitch(Options const& options) {
     auto const file = stateOf(options);
+    std::optional<FileToBe> page;
+    if (!options.html.empty()) page.emplace(options.html);
     rehearse(file);
     std::optional<TemporaryDirectory> temporary;
     std::filesystem::path directory = options.directory;
     if (directory.empty()) directory = temporary.emplace("nerio-run").path();
 
-    auto const cold = programCold(file, directory);
+    std::vector<FillSampler::Series> fill;
+    auto const cold = programCold(file, directory, page ? &fill : nullptr);
     auto const second = runSelf({"run", "--warm-restart-of", directory.string()});
     if (second.status != done) {
         fmt::print(stderr, "nerio run: the second process failed with status {}\n", second.status);
@@ -164,6 +175,7 @@ int runSwitch(Options const& options) {
 
     auto const differences = printAllDifferences("after the cold start", cold) +
                              printAllDifferences("after the warm restart", warm);
+    if (page) page->textIs(runPage(file, cold, warm, fill));
     if (options.json) {
         printJson(cold, warm, differences);
         return differences == 0 ? done : jobFailed;
@@ -186,6 +198,7 @@ void addRun(CLI::App& app, int& status) {
     command->add_option("STATE", options->stateFile, "State file; the built-in campus switch if left out");
     command->add_option("--switch", options->directory, "Keep the switch in this directory");
     command->add_flag("--json", options->json, "Report as JSON");
+    command->add_option("--html", options->html, "Write a page of pictures of the run to this file");
     command->add_option("--warm-restart-of", options->warmRestartOf)->group("");
     command->callback([options, &status] {
         status = guarded("run", [&] {

@@ -15,6 +15,8 @@
 
 namespace Nerio {
 
+class FillSampler;
+
 /**
  * A switch over a simulated chip: the chip, the shadow of what it holds, and the tables of one process. Kept
  * in a directory, chip and shadow outlive the process; otherwise they live as long as this object.
@@ -33,6 +35,8 @@ public:
     bool hasChip() const { return bus_ != nullptr; }
     void profileIs(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile);
 
+    /** Watches how tables fill up, from now on; told before the first one is started. */
+    void samplerIs(FillSampler& sampler) { sampler_ = &sampler; }
     /** Makes a software table; it is not attached yet. Null if the name is taken. */
     Agent::JsonTable* tableIs(Agent::TableSpec const& spec);
     /** The table of that name; null if there is none. */
@@ -81,6 +85,9 @@ private:
     Directory directory_;
     Belmo::Ptr<Chip::SimulatedChip> chip_;
     Belmo::Ptr<Chip::RecordingBus> bus_;
+    /** What tables are written through: `bus_`, or the sampler around it. */
+    Belmo::Ptr<NerioSwitchApi::RegisterBus> tableBus_;
+    FillSampler* sampler_ = nullptr;
     Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows_;
     std::unique_ptr<NerioSwitchApi::TableFramework> framework_;
     Members tables_;

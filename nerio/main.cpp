@@ -28,6 +28,8 @@ int runCommand(int argc, char** argv) {
     Nerio::addRoutes(app, status);
     Nerio::addCapacity(app, status);
     Nerio::addLookup(app, status);
+    Nerio::addLayout(app, status);
+    Nerio::addDecode(app, status);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
