@@ -1,7 +1,7 @@
 #include "nerio/FillSampler.h"
 
 #include <algorithm>
-#include <optional>
+#include <utility>
 
 #include "NerioSwitchTable/NerioTableLpm11.h"
 #include "NerioSwitchTable/NerioTableStormControl.h"
@@ -45,7 +45,7 @@ std::function<U64()> entriesOf(SwTable const& table) {
 FillSampler::Source& FillSampler::sourceOf(Belmo::Ptr<SwTable> const& table) {
     auto const found = std::ranges::find(sources_, table, &Source::table);
     if (found != sources_.end()) return *found;
-    return sources_.emplace_back(Source{table, {}, samples_.size()});
+    return sources_.emplace_back(Source{table, table->name(), {}, samples_.size()});
 }
 
 void FillSampler::tableIs(Belmo::Ptr<SwTable> const& table) {
@@ -54,8 +54,10 @@ void FillSampler::tableIs(Belmo::Ptr<SwTable> const& table) {
     if (!source.entries) source.entries = entriesOf<NerioSwitchTable::VlanGroupTable>(*table);
 }
 
-void FillSampler::tableIs(Agent::JsonTable const& table) {
-    sourceOf(table.table()).entries = [&table] { return U64{table.entryCount()}; };
+void FillSampler::tableIs(std::string name, Agent::JsonTable const& table) {
+    auto& source = sourceOf(table.table());
+    source.name = std::move(name);
+    source.entries = [&table] { return U64{table.entryCount()}; };
 }
 
 void FillSampler::written(U64 count) {
@@ -98,7 +100,7 @@ std::vector<FillSampler::Series> FillSampler::series() const {
         if (hash != nullptr && std::ranges::find(seen, hash) != seen.end()) continue;
         seen.push_back(hash);
         Series series;
-        series.name = source.table->name();
+        series.name = source.name;
         series.isHash = hash != nullptr;
         series.rows =
             hash != nullptr ? U64{hash->tableSize()} * hash->numHashTables() : keysOf(*source.table);

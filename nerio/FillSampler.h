@@ -37,7 +37,7 @@ public:
     /** A table is about to be started. Tables in the rows of one that is known are counted there; those that
      * are not hashed are told of by their entries, as long as it is known how many there can be. */
     void tableIs(Belmo::Ptr<NerioSwitchApi::SwTable> const& table);
-    void tableIs(Agent::JsonTable const& table);
+    void tableIs(std::string name, Agent::JsonTable const& table);
     /** So many registers have been written. */
     void written(U64 count);
     U64 writes() const { return writes_; }
@@ -47,6 +47,7 @@ public:
 private:
     struct Source {
         Belmo::Ptr<NerioSwitchApi::SwTable> table;
+        std::string name;
         std::function<U64()> entries;
         /** The number of the sample with which it came. */
         std::size_t firstSample = 0;

@@ -31,7 +31,7 @@ h2{font-size:1.25rem;margin:2.2rem 0 .4rem;border-bottom:1px solid var(--line);p
 p{margin:.3rem 0 .7rem}.soft{color:var(--soft)}.good{color:var(--good)}.bad{color:var(--bad)}a{color:var(--accent)}
 nav{display:flex;flex-wrap:wrap;gap:.2rem .8rem;margin:.6rem 0}.wide{overflow-x:auto}svg{display:block;max-width:100%;height:auto}
 .wide svg{max-width:none}table{border-collapse:collapse;font-size:.9rem}th,td{text-align:left;padding:.15rem .8rem .15rem 0;border-bottom:1px solid var(--line);vertical-align:top}
-td.number,th.number{text-align:right;font-variant-numeric:tabular-nums}.cards{display:grid;grid-template-columns:repeat(auto-fit,minmax(min(21rem,100%),1fr));gap:1rem}
+td.number,th.number{text-align:right;font-variant-numeric:tabular-nums}.cards{display:grid;grid-template-columns:repeat(auto-fit,minmax(min(13rem,100%),1fr));gap:.8rem}.versions{display:grid;grid-template-columns:repeat(auto-fit,minmax(min(48rem,100%),1fr));gap:1rem}
 .card{background:var(--panel);border:1px solid var(--line);border-radius:.5rem;padding:.6rem .8rem;min-width:0}.big{font-size:1.5rem;font-weight:600;line-height:1.2}
 .bars{display:grid;grid-template-columns:minmax(6rem,max-content) 1fr max-content;gap:.15rem .7rem;align-items:center;font-size:.9rem}
 .bars .name{overflow-wrap:anywhere}.bars .track{background:var(--panel);border-radius:.2rem}.bars .bar{background:var(--accent);border-radius:.2rem;height:.85rem;min-width:1px}

@@ -72,9 +72,19 @@ Found foundOf(char const* when, Json const& start) {
     return found;
 }
 
-std::string card(std::string const& number, char const* text) {
+/** A number in groups of three digits. */
+std::string grouped(U64 number) {
+    auto text = std::to_string(number);
+    for (std::size_t at = text.size(); at > 3;) {
+        at -= 3;
+        text.insert(at, 1, ',');
+    }
+    return text;
+}
+
+std::string card(U64 number, char const* text) {
     return fmt::format("<div class=\"card\"><div class=\"big\">{}</div><div class=\"soft\">{}</div></div>\n",
-                       number, text);
+                       grouped(number), text);
 }
 
 std::string verification(Json const& cold, Json const& warm) {
@@ -132,7 +142,7 @@ std::string fillCards(std::vector<Series> const& all) {
         "were written. "
         "Each curve is as high as its last value; the bar below it tells of how many rows that is.</p>\n"
         "<div class=\"cards\">\n",
-        writes);
+        grouped(writes));
     for (auto const& series : all) {
         auto const used = series.points.back().second;
         auto const percent = percentOf(used, series.rows);
@@ -151,7 +161,7 @@ std::string bar(std::string const& name, U64 value, U64 most, char const* kind =
     return fmt::format(
         "<span class=\"name\">{}</span><div class=\"track\"><div class=\"bar{}\" data-value=\"{}\" "
         "style=\"width:{:.2f}%\"></div></div><span class=\"number\">{}</span>\n",
-        escaped(name), kind, value, percentOf(value, most), value);
+        escaped(name), kind, value, percentOf(value, most), grouped(value));
 }
 
 std::string moves(std::vector<Series> const& all) {
@@ -245,10 +255,10 @@ std::string runPage(StateFile const& file, Json const& coldStart, Json const& wa
         "<h1>{}</h1>\n<p class=\"soft\">{} ports, {} pipelines, hardware API {}, on an "
         "embedded chip</p>\n<div class=\"cards\">\n",
         escaped(profile.profileName()), profile.numPorts, profile.numPipelines, profile.hwApi.text());
-    body += card(std::to_string(coldStart["tables"].size()), "tables");
-    body += card(std::to_string(entries), "entries of tables");
-    body += card(std::to_string(cold), "register writes of the cold start");
-    body += card(std::to_string(warm), "register writes of the warm restart");
+    body += card(coldStart["tables"].size(), "tables");
+    body += card(entries, "entries of tables");
+    body += card(cold, "register writes of the cold start");
+    body += card(warm, "register writes of the warm restart");
     body += "</div>\n";
     body += verification(coldStart, warmStart) + fillCards(fill) + moves(fill) + registerWrites(writers) +
             rowsSection(file, coldStart);

@@ -99,7 +99,7 @@ void Switch::start(StartMode mode, Visitor const& started) {
     open();
     for (auto const& [spec, table] : tables_) {
         if (table->table()->initialized()) continue;
-        if (sampler_ != nullptr) sampler_->tableIs(*table);
+        if (sampler_ != nullptr) sampler_->tableIs(spec.name, *table);
         attach(table->table(), mode);
         if (started) started(spec, *table);
     }
