@@ -58,8 +58,9 @@ Applied applyIn(std::filesystem::path const& directory, KeptState state, bool is
                 ProgrammedSwitch::Keeping keeping) {
     Applied applied;
     ProgressBar bar(state.wanted.routes.size());
-    ProgrammedSwitch programmed(std::move(state), directory, isThere ? StartMode::warm : StartMode::cold,
-                                keeping, [&](std::size_t done) { bar.doneIs(done); });
+    ProgrammedSwitch programmed(
+        std::move(state), directory, isThere ? StartMode::warm : StartMode::cold,
+        {.keeping = keeping, .progress = [&](std::size_t done) { bar.doneIs(done); }});
     programmed.verify();
     applied.registerWrites = programmed.registerWrites();
     applied.rows = programmed.rowsVerified();

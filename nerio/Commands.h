@@ -19,5 +19,7 @@ void addDiff(CLI::App& app, int& status);
 void addDump(CLI::App& app, int& status);
 void addVerify(CLI::App& app, int& status);
 void addImport(CLI::App& app, int& status);
+void addLayout(CLI::App& app, int& status);
+void addDecode(CLI::App& app, int& status);
 
 }  // namespace Nerio

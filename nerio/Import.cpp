@@ -7,8 +7,8 @@
 
 #include "agent/TextFile.h"
 #include "nerio/Commands.h"
+#include "nerio/FileToBe.h"
 #include "nerio/Guarded.h"
-#include "nerio/KeptSwitch.h"
 
 /* `nerio import`: makes a state file of other people's configuration, and says what it could not take. */
 namespace Nerio {
@@ -86,7 +86,7 @@ std::string textOf(Json const& json) {
 int runImport(Options const& options) {
     auto const made = imported(options);
     auto const state = stateOf(made, options);
-    if (!options.output.empty()) fileIs(options.output, textOf(state));
+    if (!options.output.empty()) FileToBe(options.output).textIs(textOf(state));
     if (options.json) {
         Json report{{"report", toJson(made.report)}};
         report["state"] = state;

@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <iterator>
-#include <memory>
 #include <system_error>
-#include <unistd.h>
 
 #include "agent/ProfileJson.h"
 #include "agent/RouteFile.h"
+#include "nerio/FileToBe.h"
 #include "nerio/Guarded.h"
 #include "nerio/Interrupt.h"
 
@@ -86,23 +84,6 @@ std::string listOf(std::vector<Agent::Route> const& routes) {
 
 }  // namespace
 
-void fileIs(fs::path const& path, std::string_view text) {
-    auto const temporary = fs::path(path.string() + ".new");
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(temporary.c_str(), "wb"), std::fclose);
-    if (!file) cannotWrite(path);
-    bool const written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
-                         std::fflush(file.get()) == 0 && ::fsync(::fileno(file.get())) == 0;
-    if (!written) {
-        int const error = errno;
-        std::error_code ignored;
-        fs::remove(temporary, ignored);
-        errno = error;
-        cannotWrite(path);
-    }
-    file.reset();
-    renameTo(temporary, path);
-}
-
 std::optional<KeptState> keptState(fs::path const& directory) {
     std::vector<StateFile> states;
     if (isThere(directory / stateName))
@@ -145,8 +126,8 @@ StateChange::StateChange(fs::path directory, StateFile const& state)
         throw Belmo::ResourceException(fmt::format("cannot make {}: {}", next.string(), error.message()));
     auto withoutRoutes = state;
     withoutRoutes.routes.clear();
-    fileIs(next / routesName, listOf(state.routes));
-    fileIs(next / stateName, Agent::stateToJson(withoutRoutes).dump(1) + "\n");
+    FileToBe((next / routesName).string()).textIs(listOf(state.routes));
+    FileToBe((next / stateName).string()).textIs(Agent::stateToJson(withoutRoutes).dump(1) + "\n");
     onInterruptSay(fmt::format("; {} has a part of the change, and starts warm", directory_.string()));
 }
 

@@ -46,7 +46,4 @@ private:
     unsigned number_;
 };
 
-/** Writes a file whole or not at all: a temporary one beside it takes its name. */
-void fileIs(std::filesystem::path const& path, std::string_view text);
-
 }  // namespace Nerio

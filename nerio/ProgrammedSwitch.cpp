@@ -5,7 +5,6 @@
 #include <iterator>
 #include <utility>
 
-
 namespace Nerio {
 
 using Agent::StateFile;
@@ -81,14 +80,16 @@ void WantedTables::applyTo(Agent::TableSpec const& spec, Agent::JsonTable& table
 }
 
 ProgrammedSwitch::ProgrammedSwitch(KeptState state, Switch::Directory directory, StartMode mode,
-                                   Keeping keeping, SwitchAgents::Progress const& progress)
+                                   Options const& options)
     : state_(std::move(state)),
       target_(state_.wanted.profile, directory),
       wanted_(state_.wanted, state_.earlier) {
+    if (options.sampler != nullptr) target_.samplerIs(*options.sampler);
     target_.chip();  // nobody else has the directory from here on
-    if (keeping == Keeping::change) change_.emplace(directory.value(), state_.wanted);
+    if (options.keeping == Keeping::change) change_.emplace(directory.value(), state_.wanted);
     start(mode);
-    agents_ = std::make_unique<SwitchAgents>(state_.wanted, target_, mode, partsOf(state_.earlier), progress);
+    agents_ = std::make_unique<SwitchAgents>(state_.wanted, target_, mode, partsOf(state_.earlier),
+                                             options.progress);
     if (change_) change_->done();
 }
 

@@ -50,9 +50,18 @@ public:
     /** Whether the state is a new one that the directory is to keep. */
     enum class Keeping { no, change };
 
+    /** Who is told of what while the switch is programmed, and what becomes of the state. */
+    struct Options {
+        Keeping keeping = Keeping::no;
+        SwitchAgents::Progress progress{};
+        FillSampler* sampler = nullptr;
+    };
+
     /** Throws what tables and agents throw, with the place in the state where there is one. */
     ProgrammedSwitch(KeptState state, Switch::Directory directory, NerioSwitchApi::StartMode mode,
-                     Keeping keeping = Keeping::no, SwitchAgents::Progress const& progress = {});
+                     Options const& options);
+    ProgrammedSwitch(KeptState state, Switch::Directory directory, NerioSwitchApi::StartMode mode)
+        : ProgrammedSwitch(std::move(state), std::move(directory), mode, Options{}) {}
 
     Agent::StateFile const& state() const { return state_.wanted; }
     Switch& target() { return target_; }

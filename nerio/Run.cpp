@@ -4,14 +4,19 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "agent/StateFile.h"
 #include "nerio/CampusExample.h"
 #include "nerio/Commands.h"
+#include "nerio/FileToBe.h"
+#include "nerio/FillSampler.h"
 #include "nerio/Guarded.h"
 #include "nerio/Interrupt.h"
 #include "nerio/KeptSwitch.h"
+#include "nerio/Page.h"
 #include "nerio/ProgrammedSwitch.h"
+#include "nerio/RunPage.h"
 #include "nerio/RunReport.h"
 #include "nerio/SecondProcess.h"
 #include "nerio/TemporaryDirectory.h"
@@ -30,6 +35,7 @@ using Agent::StateFile;
 using NerioSwitchApi::StartMode;
 
 struct Options {
+    std::string html;
     std::string stateFile;
     std::string directory;
     bool json = false;
@@ -42,9 +48,13 @@ StateFile stateOf(Options const& options) {
 }
 
 /** The first process's part: the switch, programmed cold, and kept in the directory. */
-Json programCold(StateFile const& file, std::filesystem::path const& directory) {
-    ProgrammedSwitch programmed(changedState(directory, file), directory, StartMode::cold,
-                                ProgrammedSwitch::Keeping::change);
+Json programCold(StateFile const& file, std::filesystem::path const& directory,
+                 std::vector<FillSampler::Series>* fill) {
+    FillSampler sampler;
+    ProgrammedSwitch programmed(
+        changedState(directory, file), directory, StartMode::cold,
+        {.keeping = ProgrammedSwitch::Keeping::change, .sampler = fill != nullptr ? &sampler : nullptr});
+    if (fill != nullptr) *fill = sampler.series();
     programmed.verify();
     return toJson(programmed.report());
 }
@@ -59,12 +69,15 @@ int restartWarm(std::filesystem::path const& directory) {
 
 int runSwitch(Options const& options) {
     auto const file = stateOf(options);
+    std::optional<FileToBe> page;
+    if (!options.html.empty()) page.emplace(options.html);
     rehearse(file);
     std::optional<TemporaryDirectory> temporary;
     std::filesystem::path directory = options.directory;
     if (directory.empty()) directory = temporary.emplace("nerio-run").path();
 
-    auto const cold = programCold(file, directory);
+    std::vector<FillSampler::Series> fill;
+    auto const cold = programCold(file, directory, page ? &fill : nullptr);
     auto const second = runSelf({"run", "--warm-restart-of", directory.string()});
     if (second.status != done) {
         fmt::print(stderr, "nerio run: the second process failed with status {}\n", second.status);
@@ -74,6 +87,7 @@ int runSwitch(Options const& options) {
 
     auto const differences = printAllDifferences("after the cold start", cold) +
                              printAllDifferences("after the warm restart", warm);
+    if (page) page->textIs(runPage(file, cold, warm, fill));
     if (options.json) {
         printJson(cold, warm, differences);
         return differences == 0 ? done : jobFailed;
@@ -96,6 +110,7 @@ void addRun(CLI::App& app, int& status) {
     command->add_option("STATE", options->stateFile, "State file; the built-in campus switch if left out");
     command->add_option("--switch", options->directory, "Keep the switch in this directory");
     command->add_flag("--json", options->json, "Report as JSON");
+    command->add_option("--html", options->html, "Write a page of pictures of the run to this file");
     command->add_option("--warm-restart-of", options->warmRestartOf)->group("");
     command->callback([options, &status] {
         status = guarded("run", [&] {

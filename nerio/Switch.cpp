@@ -5,6 +5,8 @@
 #include <system_error>
 #include <utility>
 
+#include "nerio/FillSampler.h"
+
 namespace Nerio {
 
 using NerioSwitchApi::StartMode;
@@ -67,11 +69,13 @@ void Switch::open() {
     }
     chip_ = chipOf(*profile_, directory_);
     bus_ = Belmo::make<Chip::RecordingBus>(chip_);
+    tableBus_ = bus_;
+    if (sampler_ != nullptr) tableBus_ = Belmo::make<SampledBus>(bus_, *sampler_);
     shadows_ = std::move(shadows);
 }
 
 std::unique_ptr<NerioSwitchApi::TableFramework> Switch::newFramework() const {
-    return std::make_unique<NerioSwitchApi::TableFramework>(profile_, bus_, shadows_);
+    return std::make_unique<NerioSwitchApi::TableFramework>(profile_, tableBus_, shadows_);
 }
 
 Chip::SimulatedChip& Switch::chip() {
@@ -87,6 +91,7 @@ NerioSwitchApi::ShadowStore& Switch::shadows() {
 void Switch::attach(Belmo::Ptr<NerioSwitchApi::SwTable> const& table, StartMode mode) {
     open();
     if (!framework_) framework_ = newFramework();
+    if (sampler_ != nullptr) sampler_->tableIs(table);
     framework_->tableIs(table, mode);
 }
 
@@ -105,6 +110,7 @@ void Switch::start(StartMode mode, Visitor const& started) {
     open();
     for (auto const& [spec, table] : tables_) {
         if (table->table()->initialized()) continue;
+        if (sampler_ != nullptr) sampler_->tableIs(spec.name, *table);
         attach(table->table(), mode);
         if (started) started(spec, *table);
     }

@@ -15,6 +15,8 @@
 
 namespace Nerio {
 
+class FillSampler;
+
 /** Makes a switch's directory if it is missing; throws `Belmo::ResourceException`. */
 void directoryIs(std::filesystem::path const& directory);
 
@@ -36,6 +38,8 @@ public:
     bool hasChip() const { return bus_ != nullptr; }
     void profileIs(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile);
 
+    /** Watches how tables fill up, from now on; told before the first one is started. */
+    void samplerIs(FillSampler& sampler) { sampler_ = &sampler; }
     /** Makes a software table; it is not attached yet. Null if the name is taken. */
     Agent::JsonTable* tableIs(Agent::TableSpec const& spec);
     /** The table of that name; null if there is none. */
@@ -89,6 +93,9 @@ private:
     Directory directory_;
     Belmo::Ptr<Chip::SimulatedChip> chip_;
     Belmo::Ptr<Chip::RecordingBus> bus_;
+    /** What tables are written through: `bus_`, or the sampler around it. */
+    Belmo::Ptr<NerioSwitchApi::RegisterBus> tableBus_;
+    FillSampler* sampler_ = nullptr;
     Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows_;
     std::unique_ptr<NerioSwitchApi::TableFramework> framework_;
     Members tables_;

@@ -35,6 +35,8 @@ int runCommand(int argc, char** argv) {
     Nerio::addDump(app, status);
     Nerio::addDiff(app, status);
     Nerio::addVerify(app, status);
+    Nerio::addLayout(app, status);
+    Nerio::addDecode(app, status);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

@@ -125,7 +125,7 @@ TEST_F(ImportCommandTest, AnOutputThatCannotBeWrittenIsAFailedJob) {
     auto const result = runCommand({"import", file("rules", chains), "-o", output});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors, "nerio import: " + output + ": cannot be written\n");
+    EXPECT_EQ(result.errors, "nerio import: " + output + ": cannot be written: No such file or directory\n");
 }
 
 }  // namespace
