@@ -14,5 +14,6 @@ void addScript(CLI::App& app, int& status);
 void addLookup(CLI::App& app, int& status);
 void addRoutes(CLI::App& app, int& status);
 void addCapacity(CLI::App& app, int& status);
+void addRegisters(CLI::App& app, int& status);
 
 }  // namespace Nerio

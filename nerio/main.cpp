@@ -28,6 +28,7 @@ int runCommand(int argc, char** argv) {
     Nerio::addRoutes(app, status);
     Nerio::addCapacity(app, status);
     Nerio::addLookup(app, status);
+    Nerio::addRegisters(app, status);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
