@@ -15,19 +15,21 @@ SOURCES ?= *.cpp
 CLANG_FORMAT ?= clang-format-14
 CLANG_TIDY ?= clang-tidy-14
 
-.PHONY: help run test bench lint install clean
+.PHONY: help run test bench lint install package docs clean
 help:
 	@echo 'make run        build nerio and run the switch: nerio run $$ARGS'
 	@echo 'make test       build and run the tests; PRESET=sanitize runs them over sanitized libraries'
 	@echo 'make bench      build and run the benchmarks: nerio_bench $$ARGS'
 	@echo 'make lint       check the sources with clang-format and clang-tidy; SOURCES="chip/*.cpp" for some'
 	@echo 'make install    install the libraries, their headers and nerio under PREFIX, $(PREFIX)'
+	@echo 'make package    make Debian packages: library, development files, and nerio'
+	@echo 'make docs       write the reference of all headers to build/docs/html'
 	@echo 'make clean      remove everything that was built'
 	@echo 'Debian packages that are missing are installed first, after a line that names them.'
 
 # $(call packages,preset) and $(call configure,preset,arguments) prepare a build, $(call build,preset,target)
 # makes it.
-packages = @tools/install-dependencies.sh build test bench $(filter lint clang,$(1))
+packages = @tools/install-dependencies.sh build test bench $(filter lint clang sanitize,$(1))
 configure = @tools/step.sh 'Configuring $(1)' build/$(1)/configure.log cmake --preset $(1) $(2)
 build = @tools/step.sh 'Building $(1)' build/$(1)/build.log \
 	cmake --build --preset $(1) -j$(JOBS) --target $(2)
@@ -51,8 +53,12 @@ else
 	$(call configure,$(PRESET))
 endif
 	$(call build,$(PRESET),all)
+	@tools/coverage.sh forget build/$(PRESET)
 	@ctest --preset $(PRESET) -j$(JOBS) | tee build/$(PRESET)/test.log | sed -u -E \
 	    -e '/^ *Start +[0-9]+: /d' -e '/^ *[0-9]+\/[0-9]+ Test +#[0-9]+: .* Passed +[0-9.]+ sec$$/d'
+ifeq ($(PRESET),sanitize)
+	@tools/coverage.sh report build/sanitize 95 2>&1 | tee -a build/sanitize/test.log
+endif
 
 bench:
 	$(call packages)
@@ -75,6 +81,19 @@ install:
 	$(call build,release,all)
 	@tools/step.sh 'Installing under $(PREFIX)' build/release/install.log \
 	    cmake --install build/release --prefix $(PREFIX)
+
+package:
+	$(call packages)
+	$(call configure,release)
+	$(call build,release,all)
+	@tools/step.sh 'Packing build/release/packages' build/release/package.log cpack --config build/release/CPackConfig.cmake
+	@ls build/release/packages/*.deb
+
+docs:
+	@tools/install-dependencies.sh docs
+	@mkdir -p build/docs
+	@sed "s/@VERSION@/$$(sed -n 's/^project(.* VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)/" docs/Doxyfile.in >build/docs/Doxyfile
+	@tools/step.sh 'Writing build/docs/html' build/docs/doxygen.log doxygen build/docs/Doxyfile
 
 clean:
 	rm -rf build

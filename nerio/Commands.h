@@ -21,5 +21,6 @@ void addVerify(CLI::App& app, int& status);
 void addImport(CLI::App& app, int& status);
 void addLayout(CLI::App& app, int& status);
 void addDecode(CLI::App& app, int& status);
+void addRegisters(CLI::App& app, int& status);
 
 }  // namespace Nerio

@@ -108,21 +108,24 @@ std::string doneApart(std::string const& subject, std::function<std::string()> c
     throw BadInput(fmt::format("{}: {}", subject, WIFEXITED(status) ? text : firstLine(complaint)));
 }
 
-Agent::NamedProfile profileNamed(std::string const& nameOrFile) {
-    if (auto preset = NerioSwitch::profilePreset(nameOrFile)) return {nameOrFile, std::move(preset)};
-    Belmo::String text;
+Belmo::Ptr<NerioSwitch::ProfileInfo> profileOption(std::string const& text) {
+    if (auto preset = NerioSwitch::profilePreset(text)) return preset;
     try {
-        text = Agent::textOfFile(nameOrFile);
-    } catch (Belmo::Exception const& failure) {
-        throw BadInput(
-            fmt::format("{}: no preset, and no file of a profile: {}", nameOrFile, failure.what()));
-    }
-    try {
-        return {nameOrFile, Agent::profileFromJson(Agent::parseJson(text), Agent::Place())};
+        Agent::Place const whole;
+        auto const json = Agent::parseJson(Agent::textOfFile(text));
+        auto const* within = json.is_object() ? Agent::optionalMember(json, "profile") : nullptr;
+        return within == nullptr ? Agent::profileFromJson(json, whole, {"op"})
+                                 : Agent::profileFromJson(*within, whole.member("profile"));
     } catch (Agent::JsonException const& failure) {
-        auto const place = failure.place().empty() ? "" : failure.place() + ": ";
-        throw BadInput(fmt::format("{}: {}{}", nameOrFile, place, failure.what()));
+        auto const& place = failure.place();
+        throw BadInput(fmt::format("{}: {}{}{}", text, place, place.empty() ? "" : ": ", failure.what()));
+    } catch (Belmo::ResourceException const& failure) {
+        throw BadInput(fmt::format("{}: no preset, and no file of a profile: {}", text, failure.what()));
     }
+}
+
+Agent::NamedProfile profileNamed(std::string const& text) {
+    return {text, profileOption(text)};
 }
 
 }  // namespace Nerio

@@ -7,8 +7,16 @@
 
 namespace Nerio {
 
-/** The profile of that name, or that a JSON file describes; throws `BadInput`. */
-Agent::NamedProfile profileNamed(std::string const& nameOrFile);
+/** How the help of `--profile` speaks of it. */
+constexpr char const* profileOptionHelp = "A preset's name, or a JSON file with a profile or a whole state";
+
+/**
+ * The profile that an option names: a preset, or else a file with a profile's JSON object, which may be the
+ * `profile` of a state file or a line of a script. Throws `BadInput`.
+ */
+Belmo::Ptr<NerioSwitch::ProfileInfo> profileOption(std::string const& text);
+/** The same with its name. */
+Agent::NamedProfile profileNamed(std::string const& text);
 
 /**
  * Does something in a process of its own and returns what it says. A profile or a row that no chip could have

@@ -110,7 +110,11 @@ std::optional<U8> controlWordOf(NerioSwitchApi::SwTableProfileConvertor const& c
 }  // namespace
 
 Script::Script(Switch::Directory directory)
-    : switch_(NerioSwitch::profilePreset("default"), std::move(directory)) {}
+    : Script(NerioSwitch::profilePreset("default"), std::move(directory), {}) {}
+
+Script::Script(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Switch::Directory directory,
+               Belmo::Ptr<NerioSwitchApi::RegisterBus> bus)
+    : switch_(std::move(profile), std::move(directory), std::move(bus)) {}
 
 Json Script::answer(Json const& json) {
     auto const published = changes_.size();
@@ -353,6 +357,7 @@ Json Script::hash(Json const& json) {
 }
 
 Json Script::hit(Json const& json) {
+    if (!switch_.isSimulated()) refuse("op: hit needs the simulated chip");
     auto const& convertor = convertorOf(json);
     auto const& table = hwTableOf(json);
     auto const row = rowOf(json, table);

@@ -12,7 +12,11 @@ namespace Nerio {
 /** Carries out the lines of a script, one JSON object each, over a switch of its own. */
 class Script {
 public:
+    /** Over a simulated chip of the preset "default". */
     explicit Script(Switch::Directory directory = {});
+    /** Over the chip that the bus leads to, or a simulated one of the profile. */
+    Script(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Switch::Directory directory,
+           Belmo::Ptr<NerioSwitchApi::RegisterBus> bus);
 
     /** The answer to a line: {"ok":true,...}, or {"ok":false,"error":TYPE,"message":TEXT} for one that fails.
      */

@@ -6,8 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "NerioSwitchApi/MappedRegisterBus.h"
+
 #include "agent/TextFile.h"
 #include "nerio/Commands.h"
+#include "nerio/Guarded.h"
+#include "nerio/ProfileOption.h"
 #include "nerio/Script.h"
 
 namespace Nerio {
@@ -19,6 +23,10 @@ using Agent::Json;
 struct Options {
     std::string file = "-";
     std::string directory;
+    std::string profile = "default";
+    std::string bus;
+    std::string registers;
+    U64 base = 0;
 };
 
 bool isSkipped(std::string const& text) {
@@ -84,9 +92,24 @@ int runFile(std::string const& path, Script& script) {
     return status;
 }
 
+/** The bus to the chip's registers where a file has them; null for the simulated chip. */
+Belmo::Ptr<NerioSwitchApi::RegisterBus> busOf(Options const& options) {
+    if (options.bus.empty()) return {};
+    try {
+        return Belmo::make<NerioSwitchApi::MappedRegisterBus>(
+            options.bus, NerioSwitchApi::RegisterMapFile::read(options.registers), options.base);
+    } catch (NerioSwitchApi::RegisterMapException const& failure) {
+        throw BadInput(failure.what());
+    }
+}
+
 int runScript(Options const& options) {
-    Script script(options.directory.empty() ? Switch::Directory() : Switch::Directory(options.directory));
-    return options.file == "-" ? runLines(std::cin, script) : runFile(options.file, script);
+    return guarded("script", [&] {
+        Switch::Directory directory;
+        if (!options.directory.empty()) directory = options.directory;
+        Script script(profileOption(options.profile), directory, busOf(options));
+        return options.file == "-" ? runLines(std::cin, script) : runFile(options.file, script);
+    });
 }
 
 }  // namespace
@@ -96,6 +119,15 @@ void addScript(CLI::App& app, int& status) {
     auto* command = app.add_subcommand("script", "Drive tables from a file of JSON lines, one answer a line");
     command->add_option("FILE", options->file, "The script; standard input if left out");
     command->add_option("--switch", options->directory, "Keep chip and shadow in this directory");
+    command->add_option("--profile", options->profile, profileOptionHelp);
+    auto* bus = command->add_option("--bus", options->bus,
+                                    "Write to the registers in this file or device, not to a simulated chip");
+    auto* registers = command->add_option("--registers", options->registers,
+                                          "Where they are in it, as nerio registers prints it");
+    auto* base = command->add_option("--base", options->base, "Offset in bytes at which the map begins");
+    bus->needs(registers);
+    registers->needs(bus);
+    base->needs(bus);
     command->callback([options, &status] { status = runScript(*options); });
 }
 

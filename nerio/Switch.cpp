@@ -34,10 +34,25 @@ Belmo::Ptr<Chip::SimulatedChip> chipOf(NerioSwitch::ProfileInfo const& profile,
     }
 }
 
+/** Has the registers of another bus, and reaches none of them. */
+class DryBus final : public NerioSwitchApi::RegisterBus {
+public:
+    explicit DryBus(Belmo::Ptr<RegisterBus> bus) : bus_(std::move(bus)) {}
+
+    NerioSwitchApi::RegisterHandle address(std::string_view path) override { return bus_->address(path); }
+    Belmo::String path(NerioSwitchApi::RegisterHandle handle) const override { return bus_->path(handle); }
+    U32 read(NerioSwitchApi::RegisterHandle) override { return 0; }
+    void write(NerioSwitchApi::RegisterHandle, U32) override {}
+
+private:
+    Belmo::Ptr<RegisterBus> bus_;
+};
+
 }  // namespace
 
-Switch::Switch(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Directory directory)
-    : profile_(std::move(profile)), directory_(std::move(directory)) {}
+Switch::Switch(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Directory directory,
+               Belmo::Ptr<NerioSwitchApi::RegisterBus> elsewhere)
+    : profile_(std::move(profile)), directory_(std::move(directory)), elsewhere_(std::move(elsewhere)) {}
 
 Switch::~Switch() = default;
 
@@ -63,12 +78,13 @@ void Switch::open() {
     Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows;
     if (directory_) {
         directoryIs(*directory_);
-        shadows = NerioSwitchApi::mappedShadowStore((*directory_ / "shadow").string());
+        auto const* name = isSimulated() ? "shadow" : "bus-shadow";
+        shadows = NerioSwitchApi::mappedShadowStore((*directory_ / name).string());
     } else {
         shadows = NerioSwitchApi::memoryShadowStore();
     }
-    chip_ = chipOf(*profile_, directory_);
-    bus_ = Belmo::make<Chip::RecordingBus>(chip_);
+    if (isSimulated()) chip_ = chipOf(*profile_, directory_);
+    bus_ = Belmo::make<Chip::RecordingBus>(isSimulated() ? chip_ : elsewhere_);
     tableBus_ = bus_;
     if (sampler_ != nullptr) tableBus_ = Belmo::make<SampledBus>(bus_, *sampler_);
     shadows_ = std::move(shadows);
@@ -118,6 +134,13 @@ void Switch::start(StartMode mode, Visitor const& started) {
 
 void Switch::rehearseStart() const {
     Switch copy(profile_);
+    rehearseStartOf(copy);
+    if (isSimulated()) return;
+    Switch dry(profile_, {}, Belmo::make<DryBus>(elsewhere_));
+    rehearseStartOf(dry);
+}
+
+void Switch::rehearseStartOf(Switch& copy) const {
     for (auto const& [spec, table] : tables_) {
         if (table->table()->initialized()) continue;
         auto& copied = *copy.tableIs(spec);

@@ -23,6 +23,9 @@ void directoryIs(std::filesystem::path const& directory);
 /**
  * A switch over a simulated chip: the chip, the shadow of what it holds, and the tables of one process. Kept
  * in a directory, chip and shadow outlive the process; otherwise they live as long as this object.
+ *
+ * A bus to a chip elsewhere may take the place of the simulated one. Its shadow is kept apart from that of a
+ * simulated chip in the same directory.
  */
 class Switch {
 public:
@@ -30,7 +33,8 @@ public:
     /** Told of each table that has been made, or brought up. */
     using Visitor = std::function<void(Agent::TableSpec const&, Agent::JsonTable&)>;
 
-    explicit Switch(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Directory directory = {});
+    explicit Switch(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Directory directory = {},
+                    Belmo::Ptr<NerioSwitchApi::RegisterBus> elsewhere = {});
     ~Switch();
 
     NerioSwitch::ProfileInfo const& profile() const { return *profile_; }
@@ -55,11 +59,16 @@ public:
                NerioSwitchApi::StartMode mode);
     /** Calls `visit` for each table, in order of creation. */
     void forEachTable(Visitor const& visit) const;
+    /** Whether the chip is the simulated one: `chip`, `verify` and `hitIs` are about that alone. */
+    bool isSimulated() const { return elsewhere_ == nullptr; }
     /** The chip, which is made by now or here. */
     Chip::SimulatedChip& chip();
     /** The shadow of what the chip holds, likewise. */
     NerioSwitchApi::ShadowStore& shadows();
-    /** Starts copies of these tables on a chip in memory: throws what their start would throw. */
+    /**
+     * Starts copies of these tables on a chip in memory, and where the chip is elsewhere, with its registers
+     * but without writing any: throws what their start would throw.
+     */
     void rehearseStart() const;
     /**
      * The process's end and return: every table is made anew, told to `made`, and brought up; then the old
@@ -87,10 +96,12 @@ private:
     };
     using Members = std::vector<Member>;
     void open();
+    void rehearseStartOf(Switch& copy) const;
     std::unique_ptr<NerioSwitchApi::TableFramework> newFramework() const;
 
     Belmo::Ptr<NerioSwitch::ProfileInfo const> profile_;
     Directory directory_;
+    Belmo::Ptr<NerioSwitchApi::RegisterBus> elsewhere_;
     Belmo::Ptr<Chip::SimulatedChip> chip_;
     Belmo::Ptr<Chip::RecordingBus> bus_;
     /** What tables are written through: `bus_`, or the sampler around it. */

@@ -37,6 +37,7 @@ int runCommand(int argc, char** argv) {
     Nerio::addVerify(app, status);
     Nerio::addLayout(app, status);
     Nerio::addDecode(app, status);
+    Nerio::addRegisters(app, status);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

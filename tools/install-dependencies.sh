@@ -2,18 +2,20 @@
 # Installs the Debian packages that a purpose needs and this machine lacks, and says which before it does.
 # Where nothing is missing it is silent and needs no rights.
 #
-#   tools/install-dependencies.sh build|test|bench|lint|clang ...
+#   tools/install-dependencies.sh build|test|bench|lint|clang|sanitize|docs ...
 set -eu
 
 packages_for() {
     case $1 in
         build) echo g++ cmake ninja-build libfmt-dev libspdlog-dev libboost-dev robin-map-dev \
                     libxxhash-dev libcli11-dev nlohmann-json3-dev zlib1g-dev ;;
-        test)  echo libgtest-dev libgmock-dev librapidcheck-dev pkg-config chromium python3 ;;
+        test)  echo libgtest-dev libgmock-dev librapidcheck-dev pkg-config dpkg-dev file chromium python3 ;;
         bench) echo libbenchmark-dev ;;
         lint)  echo clang-format-14 clang-tidy-14 ;;
         clang) echo clang ;;
-        *)     echo "$0: no purpose \"$1\"; there are build, test, bench, lint, clang" >&2; return 2 ;;
+        sanitize) echo gcovr ;;
+        docs)  echo doxygen ;;
+        *)     echo "$0: no purpose \"$1\"; there are build, test, bench, lint, clang, sanitize, docs" >&2; return 2 ;;
     esac
 }
 

@@ -1,7 +1,5 @@
 #include "NerioSwitchApi/MappedFile.h"
 
-#include <boost/interprocess/exceptions.hpp>
-#include <boost/interprocess/mapped_region.hpp>
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -10,23 +8,13 @@
 #include <utility>
 
 #include "NerioSwitchApi/FileDescriptor.h"
+#include "NerioSwitchApi/MappedRegion.h"
 
 namespace NerioSwitchApi {
 
 namespace {
 
-namespace ipc = boost::interprocess;
-
 constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
-
-/** An open file in the form in which a region maps it. */
-struct Mappable {
-    int descriptor;
-
-    ipc::mapping_handle_t get_mapping_handle() const {
-        return ipc::ipcdetail::mapping_handle_from_file_handle(descriptor);
-    }
-};
 
 void allocate(FileDescriptor const& file, Belmo::String const& path, std::size_t size) {
     int error = EINTR;
@@ -42,14 +30,8 @@ Belmo::ResourceException systemFailure(char const* attempt, Belmo::String const&
         fmt::format("{} {}: {}", attempt, path, std::generic_category().message(error)));
 }
 
-MappedFile::MappedFile(Belmo::String path, int descriptor, std::size_t size) : path_(std::move(path)) {
-    if (size == 0) return;
-    try {
-        region_ = std::make_unique<ipc::mapped_region>(Mappable{descriptor}, ipc::read_write, 0, size);
-    } catch (ipc::interprocess_exception const& refusal) {
-        throw systemFailure("cannot map", path_, refusal.get_native_error());
-    }
-}
+MappedFile::MappedFile(Belmo::String path, int descriptor, std::size_t size)
+    : path_(std::move(path)), region_(mappedRegion(descriptor, path_, 0, size)) {}
 
 MappedFile::MappedFile(MappedFile&&) noexcept = default;
 MappedFile& MappedFile::operator=(MappedFile&&) noexcept = default;

@@ -1,10 +1,10 @@
 #!/bin/sh
 # Installs a build, moves the installed tree away, and uses it from there as its users do: the command runs,
-# and the example, copied out of the project, builds and runs by find_package and by pkg-config.
+# and examples, copied out of the project, build and run: by find_package, and the first one by pkg-config.
 #
-#   install_tree.sh BUILD_FOLDER EXAMPLE_FOLDER COMMAND...     CMAKE, CXX and CXXFLAGS are in the environment
+#   install_tree.sh BUILD_FOLDER EXAMPLES_FOLDER COMMAND...     CMAKE, CXX and CXXFLAGS are in the environment
 set -eu
-build=$1 example=$2
+build=$1 examples=$2
 shift 2
 expected='register egress/port[5]/vlan_cfg holds 0x4'
 
@@ -28,19 +28,22 @@ check_example() {
 
 step "$CMAKE" --install "$build" --prefix "$folder/before"
 mv "$folder/before" "$folder/installed"
-cp -R "$example" "$folder/source"
+cp -R "$examples" "$folder/source"
 
 for command; do
     step "$folder/installed/bin/$command" --help
 done
 
-step "$CMAKE" -S "$folder/source" -B "$folder/build" -DCMAKE_PREFIX_PATH="$folder/installed"
-step "$CMAKE" --build "$folder/build"
-check_example "$folder/build/hello_table" find_package
+for example in hello_table route_agent; do
+    step "$CMAKE" -S "$folder/source/$example" -B "$folder/$example" -DCMAKE_PREFIX_PATH="$folder/installed"
+    step "$CMAKE" --build "$folder/$example"
+done
+check_example "$folder/hello_table/hello_table" find_package
+step "$folder/route_agent/route_agent"
 
 PKG_CONFIG_PATH=$(dirname "$(find "$folder/installed" -name nerioswitchtable.pc)")
 export PKG_CONFIG_PATH
 modules='nerioswitchtable neriochip'
-step "$CXX" -std=c++20 $CXXFLAGS "$folder/source/main.cpp" -o "$folder/hello_table" \
+step "$CXX" -std=c++20 $CXXFLAGS "$folder/source/hello_table/main.cpp" -o "$folder/hello" \
     $(pkg-config --cflags --libs $modules) -Wl,-rpath,"$(pkg-config --variable=libdir nerioswitchtable)"
-check_example "$folder/hello_table" pkg-config
+check_example "$folder/hello" pkg-config
