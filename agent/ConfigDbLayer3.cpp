@@ -107,7 +107,8 @@ Belmo::String nexthopName(ConfigEntry const& route) {
         auto const address = i < addresses.size() ? addresses[i] : Belmo::String();
         auto const interface = i < interfaces.size() ? interfaces[i] : Belmo::String();
         auto const* blank = address.empty() || interface.empty() ? "" : " ";
-        if (!address.empty() || !interface.empty()) names.push_back(address + blank + interface);
+        if (!address.empty() || !interface.empty())
+            names.push_back(fmt::format("{}{}{}", address, blank, interface));
     }
     std::ranges::sort(names);
     return fmt::format("{}", fmt::join(names, ", "));

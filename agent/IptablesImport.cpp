@@ -88,7 +88,7 @@ public:
         place_ = lineText(number);
         while (!text.empty() && (text.back() == '\r' || text.back() == ' '))
             text.remove_suffix(1);
-        if (text.starts_with('#') && text.find("ip6tables-save") != text.npos)
+        if (text.starts_with('#') && text.find("ip6tables-save") != std::string_view::npos)
             refuse("rules of IPv6: those of the chip are of IPv4");
         if (text.empty() || text.front() == '#') return;
         if (text.front() == '*') {
