@@ -100,7 +100,7 @@ std::string verification(Json const& cold, Json const& warm) {
         return fmt::format(
             "{}<p class=\"good\">Software, shadow and chip agree on all {} rows, after the cold start "
             "and after the warm restart.</p>\n</section>\n",
-            all, after.rows);
+            all, grouped(after.rows));
     }
     all += fmt::format("<p class=\"bad\">{} rows do not agree.</p>\n<ul>\n", count);
     for (auto const& difference : after.differences)

@@ -56,7 +56,7 @@ def browse(browser, page, directory, width):
     done = subprocess.run(
         [browser, '--headless', '--no-sandbox', '--disable-gpu', '--disable-dev-shm-usage', '--enable-logging=stderr',
          f'--user-data-dir={directory}/profile', f'--window-size={width},900', '--virtual-time-budget=5000',
-         '--dump-dom', 'file://' + page], capture_output=True, text=True, timeout=100)
+         '--dump-dom', 'file://' + page], capture_output=True, text=True, timeout=280)
     probe = re.search(r'<pre id="probe">(.*?)</pre>', done.stdout, re.S)
     if done.returncode != 0 or not probe:
         sys.exit(f'{browser} did not show the page, status {done.returncode}: {done.stderr[-2000:]}')
