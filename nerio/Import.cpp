@@ -9,6 +9,7 @@
 #include "nerio/Commands.h"
 #include "nerio/FileToBe.h"
 #include "nerio/Guarded.h"
+#include "nerio/ProfileOption.h"
 
 /* `nerio import`: makes a state file of other people's configuration, and says what it could not take. */
 namespace Nerio {
@@ -34,8 +35,7 @@ struct Options {
 
 /** Reads the file; what makes no sense is bad input, with its place. */
 Imported imported(Options const& options) {
-    auto profile = NerioSwitch::profilePreset(options.profile);
-    if (!profile) throw BadInput(fmt::format("{}: no profile of that name", options.profile));
+    auto profile = profileOption(options.profile);
     Belmo::String text;
     try {
         text = Agent::textOfFile(options.file);
@@ -54,7 +54,7 @@ Imported imported(Options const& options) {
 
 Json stateOf(Imported const& made, Options const& options) {
     auto state = Agent::stateToJson(made.state);
-    state["profile"] = Json{{"preset", options.profile}};
+    if (NerioSwitch::profilePreset(options.profile)) state["profile"] = Json{{"preset", options.profile}};
     return state;
 }
 
@@ -112,8 +112,7 @@ void addImport(CLI::App& app, int& status) {
             "Form of the file, config_db, iptables or filters; guessed from its beginning if left out")
         ->check(CLI::IsMember(forms));
     command->add_option("-o,--output", options->output, "Write the state to this file");
-    command->add_option("--profile", options->profile,
-                        "Profile of the chip by name: default, api2, api3, ...");
+    command->add_option("--profile", options->profile, profileOptionHelp);
     command->add_flag("--json", options->json, "Print state and report as one JSON object");
     command->callback(
         [options, &status] { status = guarded("import", [&] { return runImport(*options); }); });
