@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "nerio/KeptMoves.h"
 
 namespace Nerio {
 
@@ -81,15 +82,20 @@ void WantedTables::applyTo(Agent::TableSpec const& spec, Agent::JsonTable& table
 }
 
 ProgrammedSwitch::ProgrammedSwitch(KeptState state, Switch::Directory directory, StartMode mode,
-                                   Keeping keeping, SwitchAgents::Progress const& progress)
+                                   Keeping keeping, SwitchAgents::Progress const& progress,
+                                   SwitchObserver* observer)
     : state_(std::move(state)),
       target_(state_.wanted.profile, directory),
       wanted_(state_.wanted, state_.earlier) {
+    target_.observerIs(observer);
     target_.chip();  // nobody else has the directory from here on
     if (keeping == Keeping::change) change_.emplace(directory.value(), state_.wanted);
     start(mode);
     agents_ = std::make_unique<SwitchAgents>(state_.wanted, target_, mode, partsOf(state_.earlier), progress);
-    if (change_) change_->done();
+    if (change_) {
+        keepMoves(*directory, target_, mode);
+        change_->done();
+    }
 }
 
 void ProgrammedSwitch::start(StartMode mode) {

@@ -50,12 +50,17 @@ public:
     /** Whether the state is a new one that the directory is to keep. */
     enum class Keeping { no, change };
 
-    /** Throws what tables and agents throw, with the place in the state where there is one. */
+    /**
+     * Throws what tables and agents throw, with the place in the state where there is one. An observer is
+     * told from the first table on, for as long as this object is there.
+     */
     ProgrammedSwitch(KeptState state, Switch::Directory directory, NerioSwitchApi::StartMode mode,
-                     Keeping keeping = Keeping::no, SwitchAgents::Progress const& progress = {});
+                     Keeping keeping = Keeping::no, SwitchAgents::Progress const& progress = {},
+                     SwitchObserver* observer = nullptr);
 
     Agent::StateFile const& state() const { return state_.wanted; }
     Switch& target() { return target_; }
+    Switch const& target() const { return target_; }
     SwitchAgents& agents() { return *agents_; }
     /** Holds software, shadow and chip of all tables against each other. */
     void verify();
