@@ -18,5 +18,10 @@ void addApply(CLI::App& app, int& status);
 void addDiff(CLI::App& app, int& status);
 void addDump(CLI::App& app, int& status);
 void addVerify(CLI::App& app, int& status);
+void addShow(CLI::App& app, int& status);
+void addWatch(CLI::App& app, int& status);
+void addRecord(CLI::App& app, int& status);
+void addCompletion(CLI::App& app, int& status);
+void addManual(CLI::App& app, int& status);
 
 }  // namespace Nerio

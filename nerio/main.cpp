@@ -32,6 +32,11 @@ int runCommand(int argc, char** argv) {
     Nerio::addDump(app, status);
     Nerio::addDiff(app, status);
     Nerio::addVerify(app, status);
+    Nerio::addShow(app, status);
+    Nerio::addWatch(app, status);
+    Nerio::addRecord(app, status);
+    Nerio::addCompletion(app, status);
+    Nerio::addManual(app, status);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
