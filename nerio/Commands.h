@@ -22,5 +22,10 @@ void addImport(CLI::App& app, int& status);
 void addLayout(CLI::App& app, int& status);
 void addDecode(CLI::App& app, int& status);
 void addRegisters(CLI::App& app, int& status);
+void addShow(CLI::App& app, int& status);
+void addWatch(CLI::App& app, int& status);
+void addRecord(CLI::App& app, int& status);
+void addCompletion(CLI::App& app, int& status);
+void addManual(CLI::App& app, int& status);
 
 }  // namespace Nerio

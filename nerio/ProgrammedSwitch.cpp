@@ -5,6 +5,8 @@
 #include <iterator>
 #include <utility>
 
+#include "nerio/KeptMoves.h"
+
 namespace Nerio {
 
 using Agent::StateFile;
@@ -85,12 +87,16 @@ ProgrammedSwitch::ProgrammedSwitch(KeptState state, Switch::Directory directory,
       target_(state_.wanted.profile, directory),
       wanted_(state_.wanted, state_.earlier) {
     if (options.sampler != nullptr) target_.samplerIs(*options.sampler);
+    target_.observerIs(options.observer);
     target_.chip();  // nobody else has the directory from here on
     if (options.keeping == Keeping::change) change_.emplace(directory.value(), state_.wanted);
     start(mode);
     agents_ = std::make_unique<SwitchAgents>(state_.wanted, target_, mode, partsOf(state_.earlier),
                                              options.progress);
-    if (change_) change_->done();
+    if (change_) {
+        keepMoves(*directory, target_, mode);
+        change_->done();
+    }
 }
 
 void ProgrammedSwitch::start(StartMode mode) {

@@ -55,6 +55,8 @@ public:
         Keeping keeping = Keeping::no;
         SwitchAgents::Progress progress{};
         FillSampler* sampler = nullptr;
+        /** Told from the first table on, for as long as the switch is there. */
+        SwitchObserver* observer = nullptr;
     };
 
     /** Throws what tables and agents throw, with the place in the state where there is one. */
@@ -65,6 +67,7 @@ public:
 
     Agent::StateFile const& state() const { return state_.wanted; }
     Switch& target() { return target_; }
+    Switch const& target() const { return target_; }
     SwitchAgents& agents() { return *agents_; }
     /** Holds software, shadow and chip of all tables against each other. */
     void verify();

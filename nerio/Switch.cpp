@@ -70,7 +70,9 @@ Agent::JsonTable* Switch::table(std::string_view name) const {
 Agent::JsonTable* Switch::tableIs(Agent::TableSpec const& spec) {
     if (table(spec.name) != nullptr) return nullptr;
     tables_.push_back({spec, Agent::makeTable(spec)});
-    return tables_.back().table.get();
+    auto* table = tables_.back().table.get();
+    if (observer_ != nullptr) observer_->made(spec, *table);
+    return table;
 }
 
 void Switch::open() {
@@ -113,8 +115,14 @@ void Switch::attach(Belmo::Ptr<NerioSwitchApi::SwTable> const& table, StartMode 
 
 void Switch::adopt(Agent::TableSpec const& spec, Belmo::Ptr<NerioSwitchApi::SwTable> const& table,
                    StartMode mode) {
+    auto json = Agent::family(spec.family)->wrap(table);
+    if (observer_ != nullptr) {
+        observer_->made(spec, *json);
+        observer_->starting(mode);
+    }
     attach(table, mode);
-    tables_.push_back({spec, Agent::family(spec.family)->wrap(table)});
+    tables_.push_back({spec, std::move(json)});
+    if (observer_ != nullptr) observer_->cameUp(spec, *tables_.back().table);
 }
 
 void Switch::forEachTable(Visitor const& visit) const {
@@ -124,10 +132,12 @@ void Switch::forEachTable(Visitor const& visit) const {
 
 void Switch::start(StartMode mode, Visitor const& started) {
     open();
+    if (observer_ != nullptr) observer_->starting(mode);
     for (auto const& [spec, table] : tables_) {
         if (table->table()->initialized()) continue;
         if (sampler_ != nullptr) sampler_->tableIs(spec.name, *table);
         attach(table->table(), mode);
+        if (observer_ != nullptr) observer_->cameUp(spec, *table);
         if (started) started(spec, *table);
     }
 }
@@ -176,11 +186,15 @@ void Switch::pollHitBits(Belmo::Duration time) {
     if (framework_) framework_->pollHitBits(time);
 }
 
-std::vector<std::pair<Belmo::String, U32>> Switch::takeWrites() {
-    return bus_ ? bus_->takeByPath() : std::vector<std::pair<Belmo::String, U32>>();
+RegisterWrites Switch::takeWrites() {
+    if (!bus_) return {};
+    auto writes = bus_->takeByPath();
+    if (observer_ != nullptr) observer_->written(writes);
+    return writes;
 }
 
 std::size_t Switch::takeWriteCount() {
+    if (observer_ != nullptr) return takeWrites().size();
     return bus_ ? bus_->take().size() : 0;
 }
 

@@ -20,6 +20,23 @@ class FillSampler;
 /** Makes a switch's directory if it is missing; throws `Belmo::ResourceException`. */
 void directoryIs(std::filesystem::path const& directory);
 
+/** Register writes, by path. */
+using RegisterWrites = std::vector<std::pair<Belmo::String, U32>>;
+
+/** Told of what is done with a switch, for as long as the switch has it. */
+class SwitchObserver {
+public:
+    virtual ~SwitchObserver() = default;
+    /** The switch has a new table, which is not up yet. */
+    virtual void made(Agent::TableSpec const&, Agent::JsonTable&) {}
+    /** All tables that are not up yet are about to be brought up. */
+    virtual void starting(NerioSwitchApi::StartMode) {}
+    /** A table is up, and nobody has touched it since. */
+    virtual void cameUp(Agent::TableSpec const&, Agent::JsonTable&) {}
+    /** Registers were written since the last such call; told when someone asks the switch for them. */
+    virtual void written(RegisterWrites const&) {}
+};
+
 /**
  * A switch over a simulated chip: the chip, the shadow of what it holds, and the tables of one process. Kept
  * in a directory, chip and shadow outlive the process; otherwise they live as long as this object.
@@ -36,6 +53,9 @@ public:
     explicit Switch(Belmo::Ptr<NerioSwitch::ProfileInfo const> profile, Directory directory = {},
                     Belmo::Ptr<NerioSwitchApi::RegisterBus> elsewhere = {});
     ~Switch();
+
+    /** The observer has to be there for as long as the switch is used; null for none. */
+    void observerIs(SwitchObserver* observer) { observer_ = observer; }
 
     NerioSwitch::ProfileInfo const& profile() const { return *profile_; }
     /** The chip is made when the first table is started; until then its profile may change. */
@@ -84,7 +104,7 @@ public:
     void pollHitBits(Belmo::Duration time);
 
     /** The register writes since the last call, by path. */
-    std::vector<std::pair<Belmo::String, U32>> takeWrites();
+    RegisterWrites takeWrites();
     /** Their number alone. */
     std::size_t takeWriteCount();
     TableGauge::Gauges const* gauges() const { return framework_ ? &framework_->gauges() : nullptr; }
@@ -110,6 +130,7 @@ private:
     Belmo::Ptr<NerioSwitchApi::ShadowStore> shadows_;
     std::unique_ptr<NerioSwitchApi::TableFramework> framework_;
     Members tables_;
+    SwitchObserver* observer_ = nullptr;
 };
 
 }  // namespace Nerio

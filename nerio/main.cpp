@@ -38,6 +38,11 @@ int runCommand(int argc, char** argv) {
     Nerio::addLayout(app, status);
     Nerio::addDecode(app, status);
     Nerio::addRegisters(app, status);
+    Nerio::addShow(app, status);
+    Nerio::addWatch(app, status);
+    Nerio::addRecord(app, status);
+    Nerio::addCompletion(app, status);
+    Nerio::addManual(app, status);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

@@ -254,7 +254,8 @@ TEST_F(RunCommandTest, KeepsTheSwitchInADirectory) {
         EXPECT_EQ(result.status, 0) << result.errors;
         EXPECT_THAT(result.output, testing::EndsWith("the switch is kept in " + place + "\n"));
         EXPECT_EQ(TemporaryDirectory::namesIn(place),
-                  (std::vector<std::string>{"chip", "chip.lock", "routes.txt", "shadow", "state.json"}));
+                  (std::vector<std::string>{"chip", "chip.lock", "moves.json", "routes.txt", "shadow",
+                                            "state.json"}));
     }
     // What is kept can be driven by hand.
     auto const script = runCommand({"script", "--switch", place},
