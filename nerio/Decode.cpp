@@ -53,13 +53,12 @@ Subject ofFamily(std::string const& name, Agent::NamedProfile profile) {
 }
 
 Subject ofSwitch(Options const& options) {
-    auto const state = keptState(options.directory);
-    if (!state) throw BadInput(fmt::format("{}: no switch is kept there", options.directory));
-    Agent::NamedProfile profile{options.directory, state->profile};
-    for (auto const& table : state->tables) {
+    auto const state = requiredState(options.directory).wanted;
+    Agent::NamedProfile profile{options.directory, state.profile};
+    for (auto const& table : state.tables) {
         if (table.spec.name == options.table) return {table.spec, std::move(profile)};
     }
-    for (auto const& table : Agent::tablesOf(state->switchState)) {
+    for (auto const& table : Agent::tablesOf(state.switchState)) {
         if (table.spec.name == options.table) return {table.spec, std::move(profile)};
     }
     return ofFamily(options.table, std::move(profile));
