@@ -13,6 +13,7 @@
  */
 namespace NerioSwitchTable {
 
+/** A key of a stage with its cells, on its way to hardware or back. */
 template <U8 number>
 class NERIO_SWITCH_TABLE_EXPORT LpmStageCuckooEntry final : public LpmBaseTableCuckooEntry {
 public:
@@ -29,6 +30,7 @@ public:
     ~LpmStagePhysicalHashProperties() override;
 };
 
+/** Lays a stage's entries out for their rows, and reads rows back. */
 template <U8 number>
 class NERIO_SWITCH_TABLE_EXPORT LpmStageHelper final : public LpmBaseHelper {
 public:
@@ -38,6 +40,7 @@ public:
     Belmo::Ptr<NerioSwitchApi::PhysicalHashProperties> doGetPhysTableProperties() const override;
 };
 
+/** Owns the rows of a stage, in each L3 processor. */
 template <U8 number>
 class NERIO_SWITCH_TABLE_EXPORT LpmStageConvertor final : public LpmBaseConvertor {
 public:
@@ -45,6 +48,7 @@ public:
     ~LpmStageConvertor() override;
 };
 
+/** Per VRF and prefix of the stage's key length, the four cells behind it. */
 template <U8 number>
 class NERIO_SWITCH_TABLE_EXPORT LpmStageTable final : public LpmBaseTable {
 public:

@@ -31,6 +31,7 @@ SORN_ENUM(SGEntryType, U8, (sgEntryTypeNatOrSg, 0), (sgEntryTypeFilteredSnat, 1)
           (sgEntryTypeFilteredDnat, 2));
 /** Which address of a flow's packets is translated: source, destination, or both. */
 SORN_ENUM(SGNatType, U8, (sgNatTypeSnat, 0), (sgNatTypeDnat, 1), (sgNatTypeTnat, 2), (sgNatTypeReserved, 3));
+/** Which look-up a row answers: that of routes and dynamic translation, or one that the chip reserves. */
 SORN_ENUM(SGLookupType, U8, (sgLookupTypeL3OrDynNat, 0), (sgLookupTypeReserved, 1));
 
 /** An enumerator by its number or its name; throws `Belmo::RangeException` for one that there is not. */

@@ -2,7 +2,7 @@
 # Installs the Debian packages that a purpose needs and this machine lacks, and says which before it does.
 # Where nothing is missing it is silent and needs no rights.
 #
-#   tools/install-dependencies.sh build|test|bench|lint|clang|sanitize|docs ...
+#   tools/install-dependencies.sh build|test|bench|lint|clang|coverage|docs ...
 set -eu
 
 packages_for() {
@@ -13,9 +13,9 @@ packages_for() {
         bench) echo libbenchmark-dev ;;
         lint)  echo clang-format-14 clang-tidy-14 ;;
         clang) echo clang ;;
-        sanitize) echo gcovr ;;
+        coverage) echo gcovr ;;
         docs)  echo doxygen ;;
-        *)     echo "$0: no purpose \"$1\"; there are build, test, bench, lint, clang, sanitize, docs" >&2; return 2 ;;
+        *)     echo "$0: no purpose \"$1\"; there are build, test, bench, lint, clang, coverage, docs" >&2; return 2 ;;
     esac
 }
 

@@ -122,6 +122,7 @@ struct Move {
     friend bool operator==(Move const&, Move const&) = default;
 };
 
+/** What a search for a slot came to. */
 enum class Outcome : U8 {
     /** There is a slot for the key, behind the moves. */
     placed,

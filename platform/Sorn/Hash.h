@@ -61,6 +61,7 @@ constexpr U32 hashOf(T const& value, U32 seed = 0) {
     }
 }
 
+/** `hashOf` as a function object, for hash maps. */
 template <class T>
 struct Hasher {
     std::size_t operator()(T const& value) const { return hashOf(value); }
