@@ -104,7 +104,8 @@ TEST_F(ImportCommandTest, WhatMakesNoSenseIsOneLine) {
            text + ": line 1: no filter rule \"@src/len dst/len sport : sport dport : dport proto/mask\"\n"},
           {{rule}, rule + ": line 3: -s x: no IPv4 prefix\n"},
           {{missing}, missing + ": No such file or directory\n"},
-          {{text, "--profile", "odd"}, "odd: no preset, and no file of a profile: No such file or directory\n"}}) {
+          {{text, "--profile", "odd"},
+           "odd: no preset, and no file of a profile: No such file or directory\n"}}) {
         auto all = arguments;
         all.insert(all.begin(), "import");
         auto const result = runCommand(all);
