@@ -47,7 +47,7 @@ std::vector<std::string> choicesIn(std::string const& type) {
 }
 
 /** The same thing has the same name in all commands, so that its values go by it. */
-void valuesAre(ArgumentForm& form, std::string const& name, CLI::App const& root) {
+void valuesAre(ArgumentForm& form, std::string const& name, std::string const& type, CLI::App const& root) {
     static std::map<std::string, Values> const kinds{{"switch", Values::directories},
                                                      {"directory", Values::directories},
                                                      {"STATE", Values::files},
@@ -72,7 +72,7 @@ void valuesAre(ArgumentForm& form, std::string const& name, CLI::App const& root
     } else if (name == "COMMAND") {
         wordsAre(commandNames(root));
     } else {
-        wordsAre(choicesIn(form.value));
+        wordsAre(choicesIn(type));
     }
 }
 
@@ -92,11 +92,10 @@ ArgumentForm formOf(CLI::Option const& option, CLI::App const& root) {
     form.description = option.get_description();
     form.required = option.get_required();
     form.repeated = option.get_items_expected_max() > 1;
-    if (!isFlag)
-        valuesAre(
-            form,
-            isPositional || option.get_lnames().empty() ? option.get_name(true) : option.get_lnames().front(),
-            root);
+    if (isFlag) return form;
+    bool const hasLongName = !option.get_lnames().empty();
+    auto const name = hasLongName ? option.get_lnames().front() : option.get_name(isPositional);
+    valuesAre(form, name, option.get_type_name(), root);
     return form;
 }
 
