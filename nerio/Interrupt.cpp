@@ -1,5 +1,7 @@
 #include "nerio/Interrupt.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <fmt/format.h>
@@ -20,6 +22,10 @@ struct Words {
     bool silent = false;
     std::string text;
     std::string before;
+    /** Somebody waits for interrupts, and one has come. */
+    bool isAwaited = false;
+    bool hasCome = false;
+    std::condition_variable come;
 };
 
 Words& words() {
@@ -42,11 +48,21 @@ void say() {
     if (::write(STDERR_FILENO, line.data(), line.size()) < 0) return;
 }
 
+/** Whether somebody waits for it. */
+bool handOver() {
+    std::lock_guard const lock(words().mutex);
+    words().hasCome = words().isAwaited;
+    words().come.notify_all();
+    return words().isAwaited;
+}
+
 /** Ends the process as if nobody had waited for the signal, so that a shell sees what ended it. */
 void waitForInterrupt() {
     auto const signals = interrupts();
     int signal = 0;
-    if (sigwait(&signals, &signal) != 0) return;
+    do {
+        if (sigwait(&signals, &signal) != 0) return;
+    } while (handOver());
     say();
     removeTemporaryDirectories();
     std::signal(signal, SIG_DFL);
@@ -73,6 +89,22 @@ void onInterruptSay(std::string text) {
 void interruptsAreSilent() {
     std::lock_guard const lock(words().mutex);
     words().silent = true;
+}
+
+InterruptWait::InterruptWait() {
+    std::lock_guard const lock(words().mutex);
+    words().isAwaited = true;
+}
+
+InterruptWait::~InterruptWait() {
+    std::lock_guard const lock(words().mutex);
+    words().isAwaited = false;
+}
+
+bool InterruptWait::came(double seconds) const {
+    std::unique_lock lock(words().mutex);
+    return words().come.wait_for(lock, std::chrono::duration<double>(seconds),
+                                 [] { return words().hasCome; });
 }
 
 void onInterruptPrint(std::string text) {

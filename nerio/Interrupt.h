@@ -16,6 +16,18 @@ void interruptsAreSaid();
 void onInterruptSay(std::string text);
 /** Another process of this command says it. */
 void interruptsAreSilent();
+/** As long as there is one, an interrupt does not end the process: whoever has it waits for it. */
+class InterruptWait {
+public:
+    InterruptWait();
+    ~InterruptWait();
+    InterruptWait(InterruptWait const&) = delete;
+    InterruptWait& operator=(InterruptWait const&) = delete;
+
+    /** Waits that long; whether an interrupt came, by now or before. */
+    bool came(double seconds) const;
+};
+
 /** Where a bar or a screen was drawn, the line begins on a line of its own. */
 void onInterruptPrint(std::string text);
 

@@ -1,9 +1,5 @@
 #include <algorithm>
-#include <cerrno>
-#include <cmath>
-#include <csignal>
 #include <cstdio>
-#include <ctime>
 #include <deque>
 #include <fmt/format.h>
 #include <map>
@@ -17,6 +13,7 @@
 
 #include "nerio/Commands.h"
 #include "nerio/Guarded.h"
+#include "nerio/Interrupt.h"
 #include "nerio/LookText.h"
 
 /*
@@ -176,32 +173,6 @@ public:
     }
 };
 
-/** Signals that end the watch, from its beginning on. */
-class EndSignals {
-public:
-    EndSignals() {
-        ::sigemptyset(&set_);
-        ::sigaddset(&set_, SIGINT);
-        ::sigaddset(&set_, SIGTERM);
-        ::sigprocmask(SIG_BLOCK, &set_, nullptr);
-        // Who reads has gone: the copy that is looked at has to go as well.
-        ::signal(SIGPIPE, SIG_IGN);
-    }
-    /** Waits that long; whether one of them came. */
-    bool wait(double seconds) const {
-        double whole = 0;
-        auto const part = std::modf(seconds, &whole);
-        timespec const time{static_cast<std::time_t>(whole), static_cast<long>(part * 1e9)};
-        for (;;) {
-            if (::sigtimedwait(&set_, nullptr, &time) > 0) return true;
-            if (errno != EINTR) return false;
-        }
-    }
-
-private:
-    sigset_t set_{};
-};
-
 /** A look at a switch that may just be changing: a copy made halfway may not come up. */
 Look lookAt(std::string const& directory) {
     constexpr int attempts = 3;
@@ -273,12 +244,12 @@ private:
 };
 
 int runWatch(Options const& options) {
-    EndSignals const signals;
+    InterruptWait const interrupt;
     auto last = lookAt(options.directory);
     Teller teller(options);
     teller.begin(*last);
     for (std::size_t looks = 1; options.count == 0 || looks < options.count; ++looks) {
-        if (signals.wait(options.interval) || teller.isClosed()) break;
+        if (interrupt.came(options.interval) || teller.isClosed()) break;
         auto next = lookAt(options.directory);
         teller.tell(*next, changesBetween(*last, *next));
         last = std::move(next);
