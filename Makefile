@@ -51,7 +51,7 @@ test:
 	$(call packages,$(PRESET))
 ifeq ($(PRESET),sanitize)
 	$(call configure,release)
-	$(call build,release,nerio_test_objects)
+	$(call build,release,nerio_test_objects NerioCommands)
 	$(call configure,sanitize,-DNERIO_TEST_OBJECTS=$(CURDIR)/build/release $(coverage))
 else
 	$(call configure,$(PRESET),$(coverage))

@@ -110,8 +110,7 @@ SwitchLook::SwitchLook(std::filesystem::path const& directory, std::optional<U32
     : fullAt_(fullAt),
       moves_(keptMoves(directory)),
       snapshot_(directory),
-      programmed_(snapshot_.state(), snapshot_.path(), StartMode::warm, ProgrammedSwitch::Keeping::no, {},
-                  &disorder_) {
+      programmed_(snapshot_.state(), snapshot_.path(), StartMode::warm, {.observer = &disorder_}) {
     auto& target = programmed_.target();
     target.forEachTable([&](TableSpec const& spec, JsonTable& table) { tables_.push_back({spec, &table}); });
     target.pollHitBits(Belmo::Duration(0));

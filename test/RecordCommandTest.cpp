@@ -47,7 +47,7 @@ protected:
     static Json writesOf(Agent::StateFile const& file) {
         Recorder recorder(*file.profile);
         Nerio::ProgrammedSwitch programmed({file, {}}, {}, NerioSwitchApi::StartMode::cold,
-                                           Nerio::ProgrammedSwitch::Keeping::no, {}, &recorder);
+                                           {.observer = &recorder});
         auto const counted = programmed.registerWrites();
         programmed.target().takeWrites();
         EXPECT_GE(recorder.writes().size(), counted);
