@@ -53,7 +53,9 @@ Subject ofFamily(std::string const& name, Agent::NamedProfile profile) {
 }
 
 Subject ofSwitch(Options const& options) {
-    auto const state = requiredState(options.directory).wanted;
+    auto const kept = keptState(options.directory);
+    if (!kept) throw BadInput(fmt::format("{}: no switch is kept there", options.directory));
+    auto const& state = kept->wanted;
     Agent::NamedProfile profile{options.directory, state.profile};
     for (auto const& table : state.tables) {
         if (table.spec.name == options.table) return {table.spec, std::move(profile)};

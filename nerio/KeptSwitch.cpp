@@ -139,7 +139,7 @@ void StateChange::done() {
         renameTo(from / routesName, to / routesName);
         renameTo(from / stateName, to / stateName);
         std::error_code ignored;
-        fs::remove(from, ignored);
+        fs::remove_all(from, ignored);  // with what a process that was stopped had not finished
     }
     onInterruptSay({});
 }
