@@ -9,7 +9,7 @@ packages_for() {
     case $1 in
         build) echo g++ cmake ninja-build libfmt-dev libspdlog-dev libboost-dev robin-map-dev \
                     libxxhash-dev libcli11-dev nlohmann-json3-dev zlib1g-dev ;;
-        test)  echo libgtest-dev libgmock-dev librapidcheck-dev pkg-config dpkg-dev file chromium python3 ;;
+        test)  echo libgtest-dev libgmock-dev librapidcheck-dev pkg-config dpkg-dev file chromium python3 bsdutils ;;
         bench) echo libbenchmark-dev ;;
         lint)  echo clang-format-14 clang-tidy-14 ;;
         clang) echo clang ;;
