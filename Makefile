@@ -76,8 +76,7 @@ lint:
 	@echo 'Checking the format'
 	@git ls-files -z '*.h' '*.cpp' | xargs -0 $(CLANG_FORMAT) --dry-run -Werror
 	@echo 'Checking the code'
-	@git ls-files -z '$(SOURCES)' | xargs -0 -n1 -P$(JOBS) $(CLANG_TIDY) -p build/lint --quiet \
-	    2>&1 | sed -E '/^[0-9]+ warnings?( generated\.| treated as errors?$$)/d'
+	@git ls-files -z '$(SOURCES)' | CLANG_TIDY=$(CLANG_TIDY) JOBS=$(JOBS) xargs -0 tools/lint.py build/lint
 
 install:
 	$(call packages)

@@ -113,7 +113,7 @@ private:
     void destination(Belmo::String const& option) { rule_.destination = prefix(option); }
     Lanvo::Prefix prefix(Belmo::String const& option) {
         auto const& text = argumentOf(option);
-        if (text.find(':') != text.npos) {
+        if (text.find(':') != Belmo::String::npos) {
             rule_.misfits.push_back(fmt::format("{} {}: rules are those of IPv4", option, text));
             return {};
         }

@@ -44,7 +44,7 @@ Entries entriesOf(JsonTable const& table) {
 /** A chip that remembers nothing, and the shadow of what it was told. */
 class Shadowed {
 public:
-    Shadowed(TableSpec const& spec, ProfilePtr const& profile) : spec_(spec), profile_(profile) {
+    Shadowed(TableSpec const& spec, ProfilePtr profile) : spec_(spec), profile_(std::move(profile)) {
         start(StartMode::cold);
     }
 

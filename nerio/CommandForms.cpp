@@ -42,7 +42,7 @@ std::vector<std::string> commandNames(CLI::App const& app) {
 std::vector<std::string> choicesIn(std::string const& type) {
     auto const begin = type.find('{');
     auto const end = type.find('}');
-    if (begin == type.npos || end == type.npos) return {};
+    if (begin == std::string::npos || end == std::string::npos) return {};
     return CLI::detail::split(type.substr(begin + 1, end - begin - 1), ',');
 }
 

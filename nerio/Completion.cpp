@@ -39,7 +39,7 @@ std::string commandNames(std::vector<CommandForm> const& forms) {
 std::string replaced(std::string const& text, std::string_view special, std::string_view before) {
     std::string all;
     for (char const letter : text) {
-        if (special.find(letter) != special.npos) all += before;
+        if (special.find(letter) != std::string_view::npos) all += before;
         all += letter;
     }
     return all;

@@ -29,7 +29,7 @@ struct Words {
 };
 
 Words& words() {
-    static Words* const all = new Words;  // outlives whatever the process does while it ends
+    static auto* const all = new Words;  // outlives whatever the process does while it ends
     return *all;
 }
 

@@ -59,7 +59,7 @@ fs::path nextOf(fs::path const& directory, unsigned number) {
 /** The routes of a change. While it is being done, its list stands where that of the one before it did. */
 fs::path routesOf(fs::path const& directory, unsigned number) {
     for (; number > 0; --number) {
-        if (auto const routes = nextOf(directory, number) / routesName; isThere(routes)) return routes;
+        if (auto routes = nextOf(directory, number) / routesName; isThere(routes)) return routes;
     }
     return directory / routesName;
 }

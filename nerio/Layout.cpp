@@ -87,6 +87,7 @@ int runLayout(Options const& options) {
     auto const families = familiesOf(options);
     auto const profiles = profilesOf(options, families);
     std::vector<FamilyLayouts> all;
+    all.reserve(families.size());
     for (auto const* family : families)
         all.push_back(layoutsOf(*family, profiles));
     if (options.docs.empty()) {

@@ -61,7 +61,7 @@ constexpr unsigned gap = 12;
 constexpr unsigned letterWidth = 7;
 
 bool fitsIn(Piece const& piece, std::string const& name) {
-    return name.size() * letterWidth + 6 <= piece.width() * bitWidth;
+    return name.size() * letterWidth + 6 <= std::size_t{piece.width()} * bitWidth;
 }
 
 std::string box(RowLayout const& layout, Piece const& piece, unsigned y) {

@@ -99,7 +99,7 @@ std::string doneApart(std::string const& subject, std::function<std::string()> c
     if (child < 0)
         throw Belmo::ResourceException(fmt::format("cannot start a process: {}", std::strerror(errno)));
     if (child == 0) workApart(said, complaints, work);
-    auto const text = said.readAll();
+    auto text = said.readAll();
     auto const complaint = complaints.readAll();
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {

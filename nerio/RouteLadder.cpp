@@ -62,15 +62,24 @@ Json toJson(RouteLoad const& load) {
     return json;
 }
 
-RouteLadder::RouteLadder(Switch& target, NerioSwitchApi::StartMode mode)
-    : target_(target), stages_(RouteStages::made()) {
-    checkProfile(target_.profile());
-    target_.takeWriteCount();
-    for (auto const& table : stages_.tables())
-        target_.adopt({table->name(), table->name(), {}}, table, mode);
-    startWrites_ = target_.takeWriteCount();
-    agent_ = std::make_unique<Agent::RouteAgent>(stages_);
+namespace {
+
+/** The register writes that it took to bring up the stages. */
+std::size_t cameUp(Switch& target, Agent::RouteStages const& stages, NerioSwitchApi::StartMode mode) {
+    RouteLadder::checkProfile(target.profile());
+    target.takeWriteCount();
+    for (auto const& table : stages.tables())
+        target.adopt({table->name(), table->name(), {}}, table, mode);
+    return target.takeWriteCount();
 }
+
+}  // namespace
+
+RouteLadder::RouteLadder(Switch& target, NerioSwitchApi::StartMode mode)
+    : target_(target),
+      stages_(RouteStages::made()),
+      startWrites_(cameUp(target, stages_, mode)),
+      agent_(std::make_unique<Agent::RouteAgent>(stages_)) {}
 
 void RouteLadder::checkProfile(NerioSwitch::ProfileInfo const& profile) {
     if (profile.numVrfs != 4 && profile.numVrfs != 8 && profile.numVrfs != 32) {

@@ -81,9 +81,9 @@ private:
 
     Switch& target_;
     Agent::RouteStages stages_;
-    std::unique_ptr<Agent::RouteAgent> agent_;
     Clock::time_point begin_ = Clock::now();
-    std::size_t startWrites_ = 0;
+    std::size_t startWrites_;
+    std::unique_ptr<Agent::RouteAgent> agent_;
 };
 
 }  // namespace Nerio

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <system_error>
+#include <utility>
 
 namespace Nerio {
 
@@ -28,15 +29,10 @@ void copyShadow(fs::path const& from, fs::path const& to) {
 
 }  // namespace
 
-Snapshot::Snapshot(fs::path const& directory) : state_(requiredState(directory)), copy_("nerio-snapshot") {
-    copyFrom(directory);
-}
+Snapshot::Snapshot(fs::path const& directory) : Snapshot(directory, requiredState(directory)) {}
 
-Snapshot::Snapshot(Snapshot const& other) : state_(other.state_), copy_("nerio-snapshot") {
-    copyFrom(other.path());
-}
-
-void Snapshot::copyFrom(fs::path const& directory) {
+Snapshot::Snapshot(fs::path const& directory, KeptState state)
+    : state_(std::move(state)), copy_("nerio-snapshot") {
     copyFile(directory / "chip", copy_.path() / "chip");
     try {
         copyShadow(directory / "shadow", copy_.path() / "shadow");

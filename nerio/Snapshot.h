@@ -15,15 +15,14 @@ class Snapshot {
 public:
     /** Throws `BadInput` where no switch is kept, and `Belmo::ResourceException`. */
     explicit Snapshot(std::filesystem::path const& directory);
-    /** Another copy of the same. */
-    explicit Snapshot(Snapshot const& other);
 
+    /** Another copy of the same. */
+    Snapshot again() const { return Snapshot(path(), state_); }
     std::filesystem::path const& path() const { return copy_.path(); }
     KeptState const& state() const { return state_; }
 
 private:
-    void copyFrom(std::filesystem::path const& directory);
-
+    Snapshot(std::filesystem::path const& directory, KeptState state);
     KeptState state_;
     TemporaryDirectory copy_;
 };

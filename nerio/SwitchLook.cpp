@@ -155,7 +155,9 @@ bool SwitchLook::nearlyFull(TableLook const& look) const {
         counter.usedIs(static_cast<U32>(std::min(used, all)));
         return counter.nearlyFull();
     };
-    if (isFull(look.rowsInUse, look.rows)) return true;
+    // Where each key has its own row, the last one is as good as the first.
+    bool const isPlaced = look.entriesWithoutPlace.has_value();
+    if ((isPlaced || fullAt_) && isFull(look.rowsInUse, look.rows)) return true;
     auto const* gauges = programmed_.target().gauges();
     return gauges != nullptr && std::ranges::any_of(gauges->counters(), [&](auto const& counter) {
                return counter->key().swTable() == look.spec.name &&

@@ -27,7 +27,7 @@ struct TableLook {
 };
 
 /** One entry, and what is known of it. */
-struct EntryLook {
+struct EntryLook {  // NOLINT(bugprone-exception-escape): a Json is moved without any
     enum class Status {
         placed,
         /** It found no row. */

@@ -17,7 +17,7 @@ struct Directories {
 };
 
 Directories& directories() {
-    static Directories* const all = new Directories;  // outlives whatever the process does while it ends
+    static auto* const all = new Directories;  // outlives whatever the process does while it ends
     return *all;
 }
 

@@ -53,7 +53,7 @@ void add(Verification& all, Verification const& part) {
 }
 
 Verification look(Snapshot const& held) {
-    Snapshot const copy(held);
+    auto const copy = held.again();
     ProgrammedSwitch programmed(copy.state(), copy.path(), StartMode::warm);
     auto const chip = Chip::simulatedChip(programmed.target().profile(), (held.path() / "chip").string());
     auto const shadows = NerioSwitchApi::mappedShadowStore((held.path() / "shadow").string());
@@ -72,7 +72,7 @@ Verification look(Snapshot const& held) {
 /** Rows that are on their way while another process writes them are no differences: two looks have to see
  * one. */
 Verification lookTwice(std::string const& directory) {
-    auto const first = look(Snapshot(directory));
+    auto first = look(Snapshot(directory));
     if (first.differences.empty()) return first;
     auto second = look(Snapshot(directory));
     std::erase_if(second.differences, [&](Agent::Difference const& each) {

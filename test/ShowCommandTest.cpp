@@ -41,6 +41,15 @@ std::string withPorts(std::string const& entries) {
            entries + "]}]}";
 }
 
+/** A table of 16 rows, which 64 keys fill. */
+std::string hashOf(int keys) {
+    std::string entries;
+    for (int key = 0; key < keys; ++key)
+        entries += fmt::format("{}{{\"key\": {}, \"result\": 1}}", key == 0 ? "" : ",", key);
+    return R"({"profile":{"numPorts":8},"tables":[{"family":"hashTest","name":"keys","entries":[)" + entries +
+           "]}]}";
+}
+
 class KeptSwitchTest : public testing::Test {
 protected:
     std::string stateFile(std::string const& text) {
@@ -58,6 +67,19 @@ protected:
         auto const result = runCommand(arguments);
         EXPECT_EQ(result.status, 0) << result.errors;
         return Json::parse(result.output);
+    }
+
+    /** A packet hits the one entry of a table. */
+    void hit(std::string const& table, std::string const& family) {
+        auto const row = shown({table})["entries"].at(0).at("location");
+        CommandProcess other({"script", "--switch", place});
+        other.write(
+            fmt::format("{{\"op\":\"profile\",\"numPorts\":8}}\n"
+                        "{{\"op\":\"table\",\"family\":\"{0}\",\"name\":\"{1}\"}}\n"
+                        "{{\"op\":\"start\",\"mode\":\"warm\"}}\n"
+                        "{{\"op\":\"hit\",\"table\":\"{1}\",\"hwTable\":{2},\"index\":{3}}}\n",
+                        family, table, row["table"].get<int>(), row["row"].get<int>()));
+        EXPECT_EQ(other.ended(), 0) << other.output();
     }
 
     TemporaryDirectory directory;
@@ -152,17 +174,49 @@ TEST_F(ShowCommandTest, EveryEntryOfAWholeSwitchHasARowOfItsOwn) {
 }
 
 TEST_F(ShowCommandTest, MarksWhatIsNearlyFull) {
+    applyState(hashOf(64));
+    EXPECT_EQ(shown()[0]["rowsInUse"], 16);
+    EXPECT_TRUE(shown()[0]["nearlyFull"]);
+    EXPECT_THAT(runCommand({"show", "--switch", place}).output, HasSubstr("100 %, nearly full"));
+    applyState(hashOf(1));
+    EXPECT_FALSE(shown()[0]["nearlyFull"]);
+    EXPECT_FALSE(shown({"--full-at", "7"})[0]["nearlyFull"]);
+    EXPECT_TRUE(shown({"--full-at", "6"})[0]["nearlyFull"]) << "one of sixteen rows";
+}
+
+TEST_F(ShowCommandTest, MarksATableWhoseKeysHaveTheirOwnRowsWhereAsked) {
     std::string entries;
     for (int port = 0; port < 8; ++port)
         entries += fmt::format(R"({}{{"key":{{"portId":{}}},"result":{{"portMode":"trunk"}}}})",
                                port == 0 ? "" : ",", port);
     applyState(withPorts(entries));
-    EXPECT_TRUE(shown()[0]["nearlyFull"]);
-    EXPECT_THAT(runCommand({"show", "--switch", place}).output, HasSubstr("100 %, nearly full"));
-    applyState(withPorts(R"({"key":{"portId":1},"result":{"portMode":"trunk"}})"));
-    EXPECT_FALSE(shown()[0]["nearlyFull"]);
-    EXPECT_FALSE(shown({"--full-at", "13"})[0]["nearlyFull"]);
-    EXPECT_TRUE(shown({"--full-at", "12"})[0]["nearlyFull"]) << "one of eight rows";
+    EXPECT_EQ(shown()[0]["rowsInUse"], shown()[0]["rows"]);
+    EXPECT_FALSE(shown()[0]["nearlyFull"]) << "no key is left that could want one";
+    EXPECT_TRUE(shown({"--full-at", "100"})[0]["nearlyFull"]);
+}
+
+TEST_F(ShowCommandTest, MarksAnEntryWhoseCopiesDoNotAgree) {
+    applyState(R"({"profile": {"numPorts": 8}, "tables": [{"family": "floodSet", "name": "floods",
+        "entries": [{"key": 9, "result": {"result": {"uucPortMask": 3}}}]}]})");
+    EXPECT_FALSE(shown({"floods"})["entries"][0]["inconsistent"]);
+    CommandProcess other({"script", "--switch", place});
+    other.write(R"({"op":"profile","numPorts":8}
+{"op":"table","family":"floodSet","name":"floods"}
+{"op":"start","mode":"warm"}
+{"op":"shadowIs","table":"floods","hwTable":1,"index":9,"words":[7,0,0,0,32777]}
+)");
+    EXPECT_EQ(other.ended(), 0) << other.errors();
+    auto const entries = shown({"floods"})["entries"];
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_TRUE(entries[0]["inconsistent"]);
+    EXPECT_THAT(runCommand({"show", "floods", "--switch", place}).output, HasSubstr("placed, inconsistent"));
+}
+
+TEST_F(ShowCommandTest, TellsWhatPacketsHit) {
+    applyState(hashOf(1));
+    hit("keys", "hashTest");
+    EXPECT_TRUE(shown({"keys"})["entries"][0]["hit"]);
+    EXPECT_THAT(runCommand({"show", "keys", "--switch", place}).output, HasSubstr("placed  hit"));
 }
 
 TEST_F(ShowCommandTest, ChangesNothingAndTakesASwitchInUse) {
@@ -227,21 +281,31 @@ TEST_F(WatchCommandTest, TellsEachChangeInALineAndEndsAtCtrlC) {
 }
 
 TEST_F(WatchCommandTest, TellsChangesInJsonAndTablesThatBecomeNearlyFull) {
-    applyState(withPorts(""));
+    applyState(hashOf(0));
     CommandProcess watch({"watch", "--switch", place, "--interval", "0.01", "--json"});
     EXPECT_EQ(watch.readLine(), R"({"tables":1,"entries":0})");
-    std::string entries;
-    for (int port = 0; port < 8; ++port)
-        entries += fmt::format(R"({}{{"key":{{"portId":{}}},"result":{{}}}})", port == 0 ? "" : ",", port);
-    applyState(withPorts(entries));
-    for (int port = 0; port < 8; ++port) {
+    applyState(hashOf(64));
+    std::set<int> keys;
+    while (keys.size() < 64) {
         auto const change = Json::parse(watch.readLine());
-        EXPECT_EQ(change["change"], "added");
-        EXPECT_EQ(change["table"], "ports");
-        EXPECT_EQ(change["key"], (Json{{"portId", port}}));
+        ASSERT_EQ(change["change"], "added");
+        EXPECT_EQ(change["table"], "keys");
+        EXPECT_TRUE(keys.insert(change["key"].get<int>()).second);
         EXPECT_FALSE(change.contains("before"));
     }
-    EXPECT_EQ(watch.readLine(), R"({"change":"nearly full","table":"ports"})");
+    EXPECT_EQ(watch.readLine(), R"({"change":"nearly full","table":"keys"})");
+}
+
+TEST_F(WatchCommandTest, TellsInALineWhatIsNearlyFullAndWhatWasHit) {
+    applyState(hashOf(1));
+    CommandProcess watch({"watch", "--switch", place, "--interval", "0.01"});
+    EXPECT_EQ(watch.readLine(), "1 tables with 1 entries");
+    hit("keys", "hashTest");
+    EXPECT_THAT(watch.readLine(), MatchesRegex("\\* keys: 0.* was hit"));
+    applyState(hashOf(64));
+    for (int key = 1; key < 64; ++key)
+        EXPECT_THAT(watch.readLine(), MatchesRegex("\\+ keys: .* = .*"));
+    EXPECT_EQ(watch.readLine(), "! keys: nearly full, 16 of 16 rows");
 }
 
 TEST_F(WatchCommandTest, EndsAfterAsManyLooksAsItIsTold) {

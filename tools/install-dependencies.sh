@@ -11,7 +11,7 @@ packages_for() {
                     libxxhash-dev libcli11-dev nlohmann-json3-dev zlib1g-dev ;;
         test)  echo libgtest-dev libgmock-dev librapidcheck-dev pkg-config dpkg-dev file chromium python3 bsdutils ;;
         bench) echo libbenchmark-dev ;;
-        lint)  echo clang-format-14 clang-tidy-14 ;;
+        lint)  echo clang-format-14 clang-tidy-14 python3 ;;
         clang) echo clang ;;
         coverage) echo gcovr ;;
         docs)  echo doxygen ;;
