@@ -453,7 +453,7 @@ std::vector<NerioSwitchApi::RowField> AclRowLayout::rowFields() const {
     std::vector<NerioSwitchApi::RowField> fields;
     for (auto const& field : key.fields())
         addKeyField(field, keyParts, fields);
-    for (auto const* rule : {&forms[0], &forms[1], &secondChain}) {
+    for (auto const* rule : {&forms.front(), &forms.back(), &secondChain}) {
         for (NerioSwitchApi::RowField const field : present(rule->fields())) {
             if (std::ranges::find(fields, field) == fields.end()) fields.push_back(field);
         }

@@ -341,6 +341,26 @@ VlanMembershipRow VlanMembershipRow::of(Form const& form) {
     return row;
 }
 
+VlanAclPipes vlanAclPipes(NerioSwitch::ProfileInfo const& profile) {
+    VlanAclPipes all;
+    U32 const copies = numVlanTableCopies(profile);
+    for (U32 copy = 0; copy < copies; ++copy) {
+        if (isCpuPipeline(profile, copy, copies)) continue;
+        auto const [first, last] = portRangeOfVlanTable(&profile, copy);
+        if (last <= first) continue;
+        VlanMembershipRow::Form const form{.version = profile.vlanRegVer,
+                                           .copy = copy,
+                                           .singleAclPipeMode = singleAclPipeMode(profile),
+                                           .hasPipeFields = true};
+        auto const row = VlanMembershipRow::of(form);
+        for (auto const& acl : std::span(row.acl).first(row.aclPipes)) {
+            all.pipes.emplace_back(acl.pipe);
+            all.enable = static_cast<U8>((1u << acl.enable.width) - 1);
+        }
+    }
+    return all;
+}
+
 std::vector<BitField> VlanMembershipRow::fields() const {
     std::vector<BitField> all{valid,
                               permitMask,

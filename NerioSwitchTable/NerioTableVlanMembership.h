@@ -150,6 +150,14 @@ struct VlanMembershipRow {
     U8 words() const { return static_cast<U8>(dataWords + 1); }
 };
 
+/** The pipes that the rows of a VLAN tell an ACL for, and the number that has all of its enable bits set. */
+struct VlanAclPipes {
+    std::vector<NerioSwitch::PipeId> pipes;
+    U8 enable = 0;
+};
+/** Chips before version 4 of the VLAN registers have none. */
+NERIO_SWITCH_TABLE_EXPORT VlanAclPipes vlanAclPipes(NerioSwitch::ProfileInfo const& profile);
+
 /** Lays out in zeroed words all of a row but the port mask and the parity. */
 NERIO_SWITCH_TABLE_EXPORT void setBaseHwBuffer(U8 pipeNo, U8 ppp, U32 numVrfBits,
                                                VlanMembershipResult const& result,

@@ -132,13 +132,13 @@ std::optional<U8> AclRanges::numberOf(PortRange const& range) {
 AclImport::AclImport(NerioSwitch::ProfileInfo const& profile, ImportReport& report)
     : profile_(profile), report_(report) {}
 
-void AclImport::aclIs(Belmo::String const& name, Belmo::String const& place,
-                      std::vector<AclImportRule> const& rules, AclImportOrder order) {
-    if (rules.empty()) return;
+std::optional<U8> AclImport::aclIs(Belmo::String const& name, Belmo::String const& place,
+                                   std::vector<AclImportRule> const& rules, AclImportOrder order) {
+    if (rules.empty()) return std::nullopt;
     if (acls_.size() == lastAcl + 1 - firstAcl) {
         report_.lost(place, fmt::format("with its {} rules: the chip has numbers for {} ACLs alone",
                                         rules.size(), acls_.size()));
-        return;
+        return std::nullopt;
     }
     Acl acl{static_cast<U8>(firstAcl + acls_.size()), {}, {}};
     for (auto const& rule : rules) {
@@ -150,10 +150,11 @@ void AclImport::aclIs(Belmo::String const& name, Belmo::String const& place,
         }
         if (acl.taken.size() != before) report_.took("ACL rules");
     }
-    if (acl.taken.empty()) return;
+    if (acl.taken.empty()) return std::nullopt;
     report_.took("ACLs");
     report_.named("ACL", name, acl.number);
     acls_.push_back(std::move(acl));
+    return acls_.back().number;
 }
 
 AclImport::Reason AclImport::add(Acl& acl, FilterRule const& match, AclImportRule const& rule,

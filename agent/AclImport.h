@@ -54,9 +54,10 @@ class AclImport {
 public:
     AclImport(NerioSwitch::ProfileInfo const& profile, ImportReport& report);
 
-    /** Adds an ACL; one without any rule that an entry can say takes no number. */
-    void aclIs(Belmo::String const& name, Belmo::String const& place, std::vector<AclImportRule> const& rules,
-               AclImportOrder order = AclImportOrder::decisions);
+    /** Adds an ACL, and returns its number; one without any rule that an entry can say takes none. */
+    std::optional<U8> aclIs(Belmo::String const& name, Belmo::String const& place,
+                            std::vector<AclImportRule> const& rules,
+                            AclImportOrder order = AclImportOrder::decisions);
 
     /** The tables that hold all of it; none without a rule. */
     std::vector<TableState> tables() const;

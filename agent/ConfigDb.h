@@ -64,6 +64,7 @@ public:
     std::map<Belmo::String, Ports> portChannels;
     std::map<Belmo::String, PortChannelNumber> portChannelNumbers;
     std::map<Belmo::String, U8> vrfs;
+    std::map<Belmo::String, Bridging::VlanId> vlans;
 
     NerioSwitch::ProfileInfo const& profile() const { return *file.profile; }
 

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <fmt/format.h>
+#include <set>
 
+#include "NerioSwitchTable/NerioTableVlanMembership.h"
 #include "agent/AclImport.h"
 #include "agent/ConfigDb.h"
 #include "agent/ImportText.h"
@@ -121,6 +123,58 @@ bool isAcl(ConfigDb& db, ConfigEntry const& table, std::size_t rules) {
     return false;
 }
 
+/**
+ * Where packets come in, an ACL is asked for by their VLAN. One that is bound to ports is that of the VLANs
+ * that it is bound to by name, and of those that have no other ports; what is left of its ports goes to the
+ * report.
+ */
+class AclBinding {
+public:
+    AclBinding(ConfigDb& db, ConfigEntry const& table) : db_(db), at_(table.at("ports")) {
+        for (auto const& name : table.list("ports")) {
+            if (auto const vlan = db.vlans.find(name); vlan != db.vlans.end()) {
+                vlans_.insert(vlan->second);
+            } else if (auto const ports = db.portsNamed(name, at_)) {
+                ports_ = Ports(ports_.mask() | ports->mask());
+            }
+        }
+        for (auto const& [id, vlan] : db.file.switchState.vlans) {
+            if (!vlan.ports().empty() && (vlan.ports().mask() & ~ports_.mask()) == 0) vlans_.insert(id);
+        }
+    }
+
+    void boundTo(U8 acl) {
+        for (auto const id : vlans_)
+            vlanHas(id, acl);
+        if (ports_.empty()) return;
+        db_.report.lost(at_, fmt::format("ports {}: a packet's ACL is that of its VLAN, and no VLAN has "
+                                         "these ports alone",
+                                         ports_.text()));
+    }
+
+private:
+    void vlanHas(Bridging::VlanId id, U8 acl) {
+        auto& vlan = db_.file.switchState.vlans[id];
+        ports_ = Ports(ports_.mask() & ~vlan.ports().mask());
+        if (vlan.acl() != NerioSwitch::HwAclId()) {
+            db_.report.lost(at_, fmt::format("VLAN {} has ACL {} already", id.value(), vlan.acl().value()));
+            return;
+        }
+        if (NerioSwitchTable::vlanAclPipes(db_.profile()).pipes.empty()) {
+            db_.report.lost(at_, "the rows of this chip's VLANs have no ACL");
+            return;
+        }
+        vlan.aclIs(acl);
+        db_.report.took("ACLs of VLANs");
+    }
+
+    ConfigDb& db_;
+    Belmo::String at_;
+    std::set<Bridging::VlanId> vlans_;
+    /** Those that no VLAN stands for. */
+    Ports ports_;
+};
+
 }  // namespace
 
 void importAcls(ConfigDb& db) {
@@ -131,9 +185,8 @@ void importAcls(ConfigDb& db) {
         auto const found = rules.extract(table.name());
         auto const ordered = found ? inOrder(std::move(found.mapped())) : std::vector<AclImportRule>();
         if (!isAcl(db, table, ordered.size())) return;
-        acls.aclIs(table.name(), table.at(), ordered);
-        if (!table.list("ports").empty())
-            db.report.lost(table.at("ports"), "a packet's ACL is that of its VLAN, not of its port");
+        if (auto const number = acls.aclIs(table.name(), table.at(), ordered))
+            AclBinding(db, table).boundTo(*number);
     });
     for (auto const& [name, left] : rules) {
         for (auto const& rule : left)

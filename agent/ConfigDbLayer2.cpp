@@ -151,12 +151,12 @@ VlanId vlanIdOf(ConfigEntry const& vlan) {
 /** Members of VLANs, of which a port is untagged in one alone. */
 class VlanMembers {
 public:
-    VlanMembers(ConfigDb& db, std::map<Belmo::String, VlanId> const& vlans) : db_(db), vlans_(vlans) {}
+    explicit VlanMembers(ConfigDb& db) : db_(db) {}
 
     void memberIs(ConfigEntry const& member) {
         auto const names = member.nameParts(2);
-        auto const vlan = vlans_.find(names[0]);
-        if (vlan == vlans_.end()) {
+        auto const vlan = db_.vlans.find(names[0]);
+        if (vlan == db_.vlans.end()) {
             db_.report.lost(member.at(), fmt::format("there is no VLAN {}", names[0]));
             return;
         }
@@ -191,7 +191,6 @@ private:
     }
 
     ConfigDb& db_;
-    std::map<Belmo::String, VlanId> const& vlans_;
     Ports untagged_;
 };
 
@@ -271,7 +270,6 @@ void importPortChannels(ConfigDb& db) {
 }
 
 void importVlans(ConfigDb& db) {
-    std::map<Belmo::String, VlanId> vlans;
     std::set<VlanId> told;
     db.forEachEntry("VLAN", {"vlanid", "admin_status"}, [&](ConfigEntry const& vlan) {
         auto const id = vlanIdOf(vlan);
@@ -281,11 +279,11 @@ void importVlans(ConfigDb& db) {
         if (vlan.text("admin_status") == "down") {
             db.report.lost(vlan.at("admin_status"), "a VLAN is there or not; it is taken as one that is up");
         }
-        vlans.emplace(vlan.name(), id);
+        db.vlans.emplace(vlan.name(), id);
         db.file.switchState.vlans[id];
         db.report.took("VLANs");
     });
-    VlanMembers members(db, vlans);
+    VlanMembers members(db);
     db.forEachEntry("VLAN_MEMBER", {"tagging_mode"},
                     [&](ConfigEntry const& member) { members.memberIs(member); });
 }

@@ -51,9 +51,10 @@ U8 RouteGroups::numberOf(Prefix const& route) const {
 LpmKey RouteGroups::routeOf(Id id, U8 number) const {
     U32 const longer = number == 0 ? 0 : number < 3 ? 1 : 2;
     auto const length = static_cast<U8>(baseLen_ + longer);
-    U32 const behindKey = number + 1u - (1u << longer);
+    U64 const behindKey = number + 1u - (1u << longer);
     return {groups_[id].vrf,
-            Prefix(IpAddr::fromHostOrder(groups_[id].address | behindKey << (32 - length)), length)};
+            Prefix(IpAddr::fromHostOrder(groups_[id].address | static_cast<U32>(behindKey << (32 - length))),
+                   length)};
 }
 
 std::optional<U8> RouteGroups::ownerOf(Id id, U8 cell) const {

@@ -10,6 +10,7 @@ namespace Agent {
 
 using namespace NerioSwitchTable;
 using NerioSwitch::ChipPortId;
+using NerioSwitch::HwAclId;
 using NerioSwitch::IngressPortMask;
 using NerioSwitch::ProfileInfo;
 
@@ -88,9 +89,27 @@ Ports portsOf(IngressPortMask mask) {
     return Ports(mask.value() & (IngressPortMask::cpu - 1));
 }
 
-void vlansToEntries(SwitchState const& state, SwitchEntries& entries) {
+/** The ACL of a VLAN is that of all pipes. */
+void aclToRow(Vlan const& vlan, VlanAclPipes const& acl, VlanMembershipResult& row) {
+    if (vlan.acl() == HwAclId()) return;
+    for (auto const pipe : acl.pipes)
+        row.aclIdIs(pipe, vlan.acl())
+            .aclEnableIs(pipe, acl.enable)
+            .aclDefaultPermitIs(pipe, vlan.aclDefaultPermit());
+}
+
+void aclFromRow(VlanMembershipResult const& row, Vlan& vlan) {
+    if (row.aclEnable().empty()) return;
+    auto const pipe = row.aclEnable().begin()->first;
+    vlan.aclIs(row.aclId(pipe)).aclDefaultPermitIs(row.aclDefaultPermit(pipe));
+}
+
+void vlansToEntries(SwitchState const& state, SwitchEntries& entries, ProfileInfo const& profile) {
+    auto const acl = vlanAclPipes(profile);
     for (auto const& [id, vlan] : state.vlans) {
-        entries.vlanMembership[VlanMembershipKey(id)] = rowOf<VlanMembershipResult>(vlan);
+        auto& row = entries.vlanMembership[VlanMembershipKey(id)];
+        row = rowOf<VlanMembershipResult>(vlan);
+        aclToRow(vlan, acl, row);
         vlan.untagged().forEach([&, vid = id](ChipPortId port) {
             entries.nativeVlan[NativeVlanKey(port)].nativeVlanIdIs(vid.value());
         });
@@ -106,8 +125,11 @@ void vlansToEntries(SwitchState const& state, SwitchEntries& entries) {
 }
 
 void vlansFromEntries(SwitchEntries const& entries, SwitchState& state) {
-    for (auto const& [key, row] : entries.vlanMembership)
-        copyCommon(row, state.vlans[key.vid()]);
+    for (auto const& [key, row] : entries.vlanMembership) {
+        auto& vlan = state.vlans[key.vid()];
+        copyCommon(row, vlan);
+        aclFromRow(row, vlan);
+    }
     for (auto const& [port, native] : entries.nativeVlan) {
         // VLAN 0 is none.
         if (native.nativeVlanId() == Bridging::VlanIdOrNone::none) continue;
@@ -248,7 +270,7 @@ void become(Table& table, TableEntries<Table> const& wanted) {
 
 SwitchEntries SwitchEntries::of(SwitchState const& state, ProfileInfo const& profile) {
     SwitchEntries entries;
-    vlansToEntries(state, entries);
+    vlansToEntries(state, entries, profile);
     portsToEntries(state, entries);
     portChannelsToEntries(state, entries);
     mirrorsToEntries(state, entries);

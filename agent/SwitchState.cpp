@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "NerioSwitchTable/NerioTableVlanMembership.h"
 #include "agent/SparseJson.h"
 
 namespace Agent {
@@ -75,6 +76,7 @@ struct JsonForm<StormLimits> {
 namespace {
 
 using NerioSwitch::ChipPortId;
+using NerioSwitch::HwAclId;
 using NerioSwitch::ProfileInfo;
 
 /** A list of ports as the name of a member. */
@@ -198,6 +200,10 @@ private:
             }
             auto const here = at.member("untagged");
             onlyOnce(untagged, vlan.untagged(), here, "untagged in another VLAN");
+            if (vlan.acl() != HwAclId() && NerioSwitchTable::vlanAclPipes(profile_).pipes.empty())
+                refuse(at.member("acl"), "the rows of this chip's VLANs have no ACL");
+            if (vlan.acl() == HwAclId() && !vlan.aclDefaultPermit())
+                refuse(at.member("aclDefaultPermit"), "the VLAN has no ACL");
             auto const addresses = at.member("addresses");
             for (auto const& [ethAddr, address] : vlan.addresses()) {
                 auto const text = ethAddr.text();

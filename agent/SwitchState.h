@@ -4,6 +4,7 @@
 
 #include "Bridging/VlanId.h"
 #include "Lanvo/Address.h"
+#include "NerioSwitch/HwAclId.h"
 #include "NerioSwitch/ProfileInfo.h"
 #include "Sorn/ValueType.h"
 
@@ -25,7 +26,8 @@ using VlanAddresses = std::map<Lanvo::EthAddr, VlanAddress>;
 
 /**
  * A VLAN: its ports, those whose untagged packets are in it, those that packets of unknown destination are
- * flooded to, and what else becomes of its packets. `vrf` is the VRF in which they are routed.
+ * flooded to, and what else becomes of its packets. `vrf` is the VRF in which they are routed; `acl`, 0 to
+ * 15, is the ACL that they are held against where they come in, and what it says of packets that hit no rule.
  */
 class Vlan {
     SORN_VALUE_TYPE(Agent, Vlan, (Ports, ports, {}), (Ports, untagged, {}), (Ports, floodUnicast, {}),
@@ -33,6 +35,7 @@ class Vlan {
                     (bool, unicastRoute, false), (bool, multicastRoute, false),
                     (bool, unknownUnicastToCpu, false), (bool, unknownMulticastToCpu, false),
                     (bool, broadcastToCpu, false), (bool, joinsToCpu, false), (bool, joinsToPorts, true),
+                    (NerioSwitch::HwAclId, acl, {}), (bool, aclDefaultPermit, true),
                     (VlanAddresses, addresses, {}));
 };
 
@@ -98,7 +101,8 @@ struct SwitchState {
  * Reads the parts from the members of an object that has others as well. A VLAN without `floodUnicast` or
  * `floodMulticast` floods to all of its ports. Throws `JsonException` with the place of what makes no sense:
  * a port that the chip does not have or that is in two port channels, untagged in two VLANs, or in none that
- * it floods to; two addresses in one row; a limit that the chip cannot tell.
+ * it floods to; an ACL where the rows of VLANs have none; two addresses in one row; a limit that the chip
+ * cannot tell.
  */
 SwitchState switchStateFromJson(Json const& json, Place const& place,
                                 NerioSwitch::ProfileInfo const& profile);

@@ -14,7 +14,7 @@ namespace {
 
 using namespace NerioSwitchTable;
 
-constexpr std::size_t rows = 3 * 8192;
+constexpr std::size_t rows = std::size_t{3} * 8192;
 constexpr std::size_t entriesAt90Percent = rows * 90 / 100;
 
 struct Routes {

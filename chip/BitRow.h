@@ -26,7 +26,7 @@ public:
     /** Sets bits that are still clear, up to 64 of them; bits of the value beyond the width do not count. */
     constexpr void put(BitRange range, U64 value) {
         if (range.width == 0) return;
-        if (range.width < 64) value &= (U64{1} << range.width) - 1;
+        value &= ones(range.width);
         if (range.first >= 64) {
             high_ |= value << (range.first - 64);
         } else {
@@ -34,8 +34,8 @@ public:
             if (range.first > 0) high_ |= value >> (64 - range.first);
         }
     }
-    /** The value of up to 63 bits. */
-    constexpr U64 at(BitRange range) const { return from(range.first).low_ & ((U64{1} << range.width) - 1); }
+    /** The value of up to 64 bits. */
+    constexpr U64 at(BitRange range) const { return from(range.first).low_ & ones(range.width); }
     /** The bits from that one on, below 128, moved down to bit 0. */
     constexpr BitRow from(U32 first) const {
         if (first == 0) return *this;
@@ -44,8 +44,8 @@ public:
     }
     /** The lowest bits, fewer than 128, with all others clear. */
     constexpr BitRow lowest(U32 count) const {
-        if (count >= 64) return {low_, high_ & ((U64{1} << (count - 64)) - 1)};
-        return {low_ & ((U64{1} << count) - 1), 0};
+        if (count >= 64) return {low_, high_ & ones(count - 64)};
+        return {low_ & ones(count), 0};
     }
     /** As bytes, bits 0 to 7 in the first one. */
     constexpr std::array<U8, 16> bytes() const {
@@ -61,6 +61,8 @@ public:
 
 private:
     constexpr BitRow(U64 low, U64 high) : low_(low), high_(high) {}
+
+    static constexpr U64 ones(U32 count) { return count < 64 ? (U64{1} << count) - 1 : ~U64{0}; }
 
     U64 low_ = 0;
     U64 high_ = 0;

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
 
 #include "agent/ConfigDbImport.h"
 
@@ -239,8 +240,51 @@ TEST(ConfigDbImportTest, RulesBecomeEntriesInTheOrderOfTheirPriorities) {
     EXPECT_EQ(state["tables"][4]["entries"], state["tables"][0]["entries"]);
     EXPECT_EQ(imported.report.taken("ACL rules"), 4u);
     EXPECT_THAT(imported.report.names(), ElementsAre(ImportName{"ACL", "web", 1}));
+    EXPECT_THAT(lossesOf(imported), ElementsAre("/ACL_TABLE/web/ports: p1: the chip has no such port"));
+}
+
+/** Ports 0 to 5 are p0 to p5; VLANs 10 and 20 have two of them each, and 30 one of those of VLAN 20. */
+constexpr char const* boundTo = R"({{
+    "PORT": {{"p0": {{}}, "p1": {{}}, "p2": {{}}, "p3": {{}}, "p4": {{}}, "p5": {{}}}},
+    "VLAN": {{"Vlan10": {{}}, "Vlan20": {{}}, "Vlan30": {{}}}},
+    "VLAN_MEMBER": {{"Vlan10|p0": {{}}, "Vlan10|p1": {{}}, "Vlan20|p2": {{}}, "Vlan20|p3": {{}}, "Vlan30|p3": {{}}}},
+    "ACL_TABLE": {{{}}},
+    "ACL_RULE": {{"a|1": {{"PACKET_ACTION": "DROP"}}, "b|1": {{"PACKET_ACTION": "DROP"}}}}}})";
+
+std::map<int, int> aclsOf(Imported const& imported) {
+    std::map<int, int> acls;
+    for (auto const& [id, vlan] : imported.state.switchState.vlans) {
+        if (vlan.acl() != NerioSwitch::HwAclId()) acls[id.value()] = vlan.acl().value();
+    }
+    return acls;
+}
+
+TEST(ConfigDbImportTest, AnAclIsThatOfVlansThatHaveItsPortsAlone) {
+    auto imported =
+        importOf(fmt::format(boundTo, R"("a": {"ports": ["p1", "p0", "p3"]}, "b": {"ports": []})"));
+    EXPECT_EQ(aclsOf(imported), (std::map<int, int>{{10, 1}, {30, 1}}));
+    EXPECT_EQ(imported.report.taken("ACLs of VLANs"), 2u);
+    EXPECT_THAT(lossesOf(imported), IsEmpty());
+
+    imported = importOf(fmt::format(boundTo, R"("a": {"ports": ["p1", "p4"]}, "b": {"ports": ["Vlan20"]})"));
+    EXPECT_EQ(aclsOf(imported), (std::map<int, int>{{20, 2}}));
     EXPECT_THAT(lossesOf(imported),
-                ElementsAre("/ACL_TABLE/web/ports: a packet's ACL is that of its VLAN, not of its port"));
+                ElementsAre("/ACL_TABLE/a/ports: ports 1,4: a packet's ACL is that of its VLAN, and no VLAN "
+                            "has these ports alone"));
+}
+
+TEST(ConfigDbImportTest, AVlanHasOneAcl) {
+    auto const imported =
+        importOf(fmt::format(boundTo, R"("a": {"ports": ["Vlan10"]}, "b": {"ports": ["Vlan10", "Vlan20"]})"));
+    EXPECT_EQ(aclsOf(imported), (std::map<int, int>{{10, 1}, {20, 2}}));
+    EXPECT_THAT(lossesOf(imported), ElementsAre("/ACL_TABLE/b/ports: VLAN 10 has ACL 1 already"));
+}
+
+TEST(ConfigDbImportTest, VlansOfOldChipsHaveNoAcl) {
+    auto const imported = importOf(fmt::format(boundTo, R"("a": {"ports": ["p0", "p1"]}, "b": {})"), "api3");
+    EXPECT_THAT(aclsOf(imported), IsEmpty());
+    EXPECT_THAT(lossesOf(imported),
+                ElementsAre("/ACL_TABLE/a/ports: the rows of this chip's VLANs have no ACL"));
 }
 
 TEST(ConfigDbImportTest, RulesThatNoEntrySaysAreListed) {

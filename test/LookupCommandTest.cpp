@@ -182,6 +182,10 @@ TEST_F(LookupCommandTest, TheSwitchCanBeAKeptOneOrTheCampus) {
     EXPECT_THAT(campus.output, HasSubstr(", through the switch of examples/campus.json\n"));
     EXPECT_THAT(campus.output,
                 HasSubstr("\nACL              denied by a rule of priority 40, counter 106\n"));
+    EXPECT_THAT(
+        runCommand({"lookup", "--dst", "10.20.0.5", "--dport", "22", "--port", "41", "--vlan", "101"}).output,
+        HasSubstr("\nACL              denied by a rule of priority 30, counter 205\n"))
+        << "by the ACL of VLAN 101, in the second pipeline";
     EXPECT_EQ(runCommand({"lookup", "198.51.100.7", "--state", stateFile()}).status, 0)
         << "an address alone is looked up there as well";
 }

@@ -90,6 +90,7 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "  flood ports      l3FloodBitmap                 2      256              768 TIME\n"
               "  acl ranges 0     aclPortRange                  1       32              160 TIME\n"
               "  acl protocols 0  protocolRemap                 2      256             1280 TIME\n"
+              "  acl protocols 1  protocolRemap                 2      256             1280 TIME\n"
               "  nexthop ports    l3Lag                        19      112              336 TIME\n"
               "  vlanMembership   vlanMembership                5    12282            49128 TIME\n"
               "  nativeVlan       nativeVlan                   38       52               52 TIME\n"
@@ -132,6 +133,7 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "  flood ports      l3FloodBitmap                 2      256                0 TIME\n"
               "  acl ranges 0     aclPortRange                  1       32                0 TIME\n"
               "  acl protocols 0  protocolRemap                 2      256                0 TIME\n"
+              "  acl protocols 1  protocolRemap                 2      256                0 TIME\n"
               "  nexthop ports    l3Lag                        19      112                0 TIME\n"
               "  vlanMembership   vlanMembership                5    12282                0 TIME\n"
               "  nativeVlan       nativeVlan                   38       52                0 TIME\n"
@@ -153,7 +155,7 @@ TEST_F(RunCommandTest, ReportsTheBuiltInSwitch) {
               "\n"
               "translations: 5 of 5 in place in 270 rows, 0 register writes, TIME\n"
               "\n"
-              "software, shadow and chip agree on all 332337 rows; the warm restart wrote 225 registers, of "
+              "software, shadow and chip agree on all 332593 rows; the warm restart wrote 225 registers, of "
               "lagMembership, stormControl, copp\n");
 }
 

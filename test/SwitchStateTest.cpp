@@ -12,6 +12,7 @@
 #include "agent/SwitchEntries.h"
 #include "agent/Verify.h"
 #include "chip/LagLookup.h"
+#include "chip/Layer2Lookup.h"
 #include "chip/MirrorLookup.h"
 #include "chip/RecordingBus.h"
 #include "chip/SimulatedChip.h"
@@ -37,7 +38,7 @@ constexpr char const* whole = R"({
   "vlans": {
     "10": {"ports": "0-3,40-43", "untagged": "0-3"},
     "20": {"ports": "4,40", "untagged": "4", "floodUnicast": "40", "floodMulticast": "", "learn": false, "vrf": 1,
-           "unicastRoute": true, "joinsToPorts": false,
+           "unicastRoute": true, "joinsToPorts": false, "acl": 3, "aclDefaultPermit": false,
            "addresses": {"00:1c:73:00:00:01": {"row": 5, "ports": "4"},
                          "00:1c:73:00:00:02": {"row": 6, "toCpu": true, "ipRoute": true, "mcastFlags": 2}}}
   },
@@ -213,10 +214,12 @@ TEST_F(SwitchStateTest, NoAttributeIsLostInEntries) {
         "vlans",
         R"({"ports":"1-2,5","untagged":"1","floodUnicast":"2","floodMulticast":"1","learn":false,"vrf":3,
                    "unicastRoute":true,"multicastRoute":true,"unknownUnicastToCpu":true,
-                   "unknownMulticastToCpu":true,"broadcastToCpu":true,"joinsToCpu":true,"joinsToPorts":false,
+                   "unknownMulticastToCpu":true,"broadcastToCpu":true,"joinsToCpu":true,"joinsToPorts":false,"acl":0,
                    "addresses":{"00:00:00:00:00:07":{"row":3,"ports":"9","toCpu":true,"ipRoute":true,
                                                      "mcastFlags":5}}})",
         R"({"tables":[],"vlans":{"7":{"ports":"1-2"}}})");
+    expectKept("vlans", R"({"aclDefaultPermit":false})",
+               R"({"tables":[],"vlans":{"7":{"ports":"1-2","acl":15}}})");
     expectKept(
         "ports",
         R"({"mode":"qinq","txDisabled":true,"l2ForwardingDisabled":true,"mlagPeer":true,"learnOnly":true,
@@ -229,6 +232,10 @@ TEST_F(SwitchStateTest, TheChipDoesWhatItSays) {
     start();
     apply(stateOf(whole));
     expectAgreement();
+    Chip::Layer2Lookup const layer2(*chip, *profile);
+    EXPECT_EQ(layer2.vlan(4, 20)->acl, (Chip::VlanAcl{.id = 3, .enable = 3, .defaultPermit = false}));
+    EXPECT_EQ(layer2.vlan(40, 20)->acl, layer2.vlan(4, 20)->acl) << "in the other pipe";
+    EXPECT_EQ(layer2.vlan(1, 10)->acl->enable, 0);
     Chip::LagLookup const lags(*chip, *profile);
     EXPECT_EQ(lags.group(45), 62u);
     EXPECT_EQ(lags.members(40), U64{3} << 40);
@@ -323,6 +330,16 @@ TEST_F(SwitchStateTest, WhatMakesNoSenseIsNamedByItsPlace) {
               "f: /vlans/7/floodUnicast: floodUnicast: 5-6 not among the VLAN's ports");
     EXPECT_EQ(vlan(R"("untagged":"1")"),
               "f: /vlans/8/untagged: untagged: port 1 is untagged in another VLAN already");
+    EXPECT_EQ(vlan(R"("acl":17)"),
+              "f: /vlans/7/acl: NerioSwitch::HwAclId::value < NerioSwitch::HwAclId::min or > "
+              "NerioSwitch::HwAclId::invalid not allowed");
+    EXPECT_EQ(vlan(R"("aclDefaultPermit":false)"),
+              "f: /vlans/7/aclDefaultPermit: aclDefaultPermit: the VLAN has no ACL");
+    EXPECT_EQ(failureOf<StateFileException>([] {
+                  Agent::parseState(
+                      R"({"profile":{"vlanRegVer":3},"tables":[],"vlans":{"7":{"ports":"1","acl":1}}})", "f");
+              }),
+              "f: /vlans/7/acl: acl: the rows of this chip's VLANs have no ACL");
     EXPECT_EQ(vlan(R"("addresses":{"00:00:00:00:00:01":{},"00:00:00:00:00:02":{"row":0}})"),
               "f: /vlans/7/addresses/00:00:00:00:00:02/row: row: row 0 is taken");
     EXPECT_EQ(failure(R"("ports":{"1-3":{"mode":"trunk"},"3-4":{}})"),

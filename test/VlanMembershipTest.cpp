@@ -108,6 +108,26 @@ TEST_F(VlanRowTest, VersionsUpToTwoHaveAValidBitAndTwoDataWords) {
     }
 }
 
+/** The CPU's copy and rows of a single port have none. */
+TEST_F(VlanRowTest, AclsAreThoseOfThePipesThatRowsHaveFieldsFor) {
+    auto const pipesOf = [&](U32 version, bool singleAclPipe) {
+        chipIs(version, singleAclPipe);
+        std::vector<int> pipes;
+        for (auto const pipe : vlanAclPipes(profile()).pipes)
+            pipes.push_back(pipe.value());
+        return pipes;
+    };
+    for (U32 const version : {0u, 2u, 3u})
+        EXPECT_THAT(pipesOf(version, false), SizeIs(0)) << version;
+    for (U32 const version : {4u, 5u, 6u, 7u}) {
+        EXPECT_THAT(pipesOf(version, false), ElementsAre(0, 1, 2, 3)) << version;
+        EXPECT_EQ(vlanAclPipes(profile()).enable, version < 6 ? 15 : 3) << version;
+        EXPECT_THAT(pipesOf(version, true), ElementsAre(0, 1)) << version;
+    }
+    profile().ingressPipesAre({{0, 0, 14}, {1, 15, 15}});
+    EXPECT_THAT(pipesOf(7, true), ElementsAre(0));
+}
+
 TEST_F(VlanRowTest, Version3HasAConstantWhereOthersHaveAnAcl) {
     chipIs(3, false);
     start();

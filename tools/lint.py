@@ -17,6 +17,7 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import subprocess
 import sys
 
@@ -132,19 +133,20 @@ def apart(lines, number):
 
 def batches(build, sources):
     """Yields where a batch comes to lie, its sources, and how they are compiled."""
-    flags = compile_flags(build)
+    known = compile_flags(build)
     alike = {}
     for source in map(os.path.realpath, sources):
-        if source not in flags:
+        if source not in known:
             sys.exit(f"{os.path.relpath(source)} is not compiled in {build}")
-        alike.setdefault((os.path.dirname(source), tuple(flags[source])), []).append(source)
-    folder = (build / "together").absolute()
-    folder.mkdir(exist_ok=True)
-    for number, ((directory, settings), members) in enumerate(alike.items()):
+        alike.setdefault((os.path.dirname(source), tuple(known[source])), []).append(source)
+    for number, ((directory, flags), members) in enumerate(alike.items()):
+        folder = (build / "together" / os.path.relpath(directory)).absolute()
+        folder.mkdir(parents=True, exist_ok=True)
+        if os.path.exists(settings := os.path.join(directory, ".clang-tidy")):
+            shutil.copy(settings, folder)
         parts = -(-len(members) // TOGETHER)
         for part in range(parts):
-            path = folder / f"{number}_{part}_{os.path.relpath(directory).replace('/', '_')}.cpp"
-            yield path, members[part::parts], settings
+            yield folder / f"{number}_{part}.cpp", members[part::parts], flags
 
 
 def checked(path, sources, flags):

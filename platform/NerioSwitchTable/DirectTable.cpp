@@ -58,7 +58,7 @@ NerioSwitchApi::CapacityTableIndex DirectBaseConvertor::capacityIndexFromEntry(P
 Belmo::String DirectBaseConvertor::createDirectTable(
     HwTableId id, NerioSwitchApi::TableState state, Belmo::String const& tableName, HwIndex lastIndex,
     Belmo::Ptr<NerioSwitchApi::HwAddressColl const> const& registers) {
-    auto const name =
+    auto name =
         NerioSwitchApi::SwTable::hwTableName(swTable().name(), profile()->profileName(), tableName, id);
     createDirectTable(id, state, lastIndex,
                       Belmo::make<NerioSwitchApi::HwTableRegisterMappingConst>(name, registers));
