@@ -20,14 +20,18 @@ using NerioSwitchApi::StartMode;
 
 namespace {
 
-/** What control words call a row, and the one of several hash tables that it is in. */
+/**
+ * What control words call a row, and the one of several hash tables that it is in. Where a row has several of
+ * these names the first one counts: the protocol of an ACL's key is none of its row.
+ */
 constexpr std::array<std::string_view, 4> rowNames{"row", "vid", "vlan", "protocol"};
 constexpr std::array<std::string_view, 2> wayNames{"way", "table"};
 
 template <class Names>
 std::optional<U64> valueNamed(RowLayout const& layout, Names const& names, std::span<U32 const> words) {
-    for (auto const& field : layout.fields) {
-        if (std::ranges::find(names, field.name) != names.end()) return valueIn(field, words);
+    for (auto const name : names) {
+        auto const field = std::ranges::find(layout.fields, name, &NerioSwitchApi::RowField::name);
+        if (field != layout.fields.end()) return valueIn(*field, words);
     }
     return std::nullopt;
 }

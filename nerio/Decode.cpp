@@ -11,6 +11,7 @@
 
 #include "Sorn/Trace.h"
 
+#include "agent/ImportText.h"
 #include "agent/RowDecoder.h"
 #include "agent/RowText.h"
 #include "agent/SwitchEntries.h"
@@ -34,6 +35,8 @@ using NerioSwitchApi::RowLayout;
 struct Options {
     std::string table;
     std::vector<std::string> words;
+    /** Of the table's factory: "physTableIdx=2". */
+    std::vector<std::string> numbers;
     std::string profile;
     std::string directory;
     std::optional<U32> hwTable;
@@ -47,9 +50,33 @@ struct Subject {
     Agent::NamedProfile profile;
 };
 
-Subject ofFamily(std::string const& name, Agent::NamedProfile profile) {
+/** "NAME=NUMBER" as what the family's factory takes. */
+void numberIs(Agent::TableSpec& spec, std::string const& text) {
+    auto const& known = Agent::family(spec.family)->numbers;
+    auto const equals = text.find('=');
+    auto const name = text.substr(0, equals);
+    auto const number = std::ranges::find(known, name, &Agent::FamilyNumber::name);
+    if (number == known.end()) {
+        std::vector<std::string_view> names;
+        for (auto const& each : known)
+            names.push_back(each.name);
+        throw BadInput(fmt::format("{}: {} takes {}", text, spec.family,
+                                   names.empty() ? "no numbers" : fmt::format("{}", fmt::join(names, ", "))));
+    }
+    auto const value = equals == std::string::npos
+                           ? std::nullopt
+                           : Agent::numberFromText(text.substr(equals + 1), static_cast<U32>(number->max));
+    if (!value) throw BadInput(fmt::format("{}: {} is a number up to {}", text, name, number->max));
+    spec.numbers[name] = *value;
+}
+
+Subject ofFamily(Options const& options, Agent::NamedProfile profile) {
+    auto const& name = options.table;
     if (Agent::family(name) == nullptr) throw BadInput(fmt::format("{}: unknown table", name));
-    return {{name, name, {}}, std::move(profile)};
+    Agent::TableSpec spec{name, name, {}};
+    for (auto const& number : options.numbers)
+        numberIs(spec, number);
+    return {std::move(spec), std::move(profile)};
 }
 
 Subject ofSwitch(Options const& options) {
@@ -63,12 +90,12 @@ Subject ofSwitch(Options const& options) {
     for (auto const& table : Agent::tablesOf(state.switchState)) {
         if (table.spec.name == options.table) return {table.spec, std::move(profile)};
     }
-    return ofFamily(options.table, std::move(profile));
+    return ofFamily(options, std::move(profile));
 }
 
 Subject subjectOf(Options const& options) {
     if (!options.directory.empty()) return ofSwitch(options);
-    return ofFamily(options.table, profileNamed(options.profile.empty() ? "default" : options.profile));
+    return ofFamily(options, profileNamed(options.profile.empty() ? "default" : options.profile));
 }
 
 U32 wordOf(std::string const& text) {
@@ -84,7 +111,7 @@ U32 wordOf(std::string const& text) {
 
 HwTableShape shapeOf(Options const& options, Subject const& subject) {
     auto const& name = options.table;
-    if (!NerioSwitch::profilePreset(subject.profile.name)) {
+    if (!subject.spec.numbers.empty() || !NerioSwitch::profilePreset(subject.profile.name)) {
         doneApart(fmt::format("{}: {}", subject.profile.name, name), [&] {
             Agent::hwTableShapes(subject.spec, subject.profile.profile);
             return std::string();
@@ -256,6 +283,12 @@ void addDecode(CLI::App& app, int& status) {
                             "A preset, or a JSON file of a profile; the preset default if left out");
     command->add_option("--switch", options->directory, "The switch that is kept in this directory")
         ->excludes(profile);
+    command
+        ->add_option("--number", options->numbers,
+                     "A number of the family's table, such as physTableIdx=2; 0 if left out")
+        ->type_name("NAME=NUMBER")
+        ->allow_extra_args(false)
+        ->excludes("--switch");
     command->add_option("--hw-table", options->hwTable, "The hardware table, by its number in the table");
     command->add_option("--row", options->row,
                         "The row's number; what the control word says, or the first one, if left out");

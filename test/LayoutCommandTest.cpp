@@ -1,4 +1,5 @@
 // `nerio layout` and `nerio decode`: rows of hardware tables, field by field.
+#include <fmt/format.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -151,6 +152,59 @@ TEST(DecodeCommandTest, TakesTheNamesOfAKeptSwitch) {
     EXPECT_THAT(text, AllOf(HasSubstr("firstPrefix"), Not(HasSubstr("protocol"))));
     expectRefused({"decode", "rules", "1", "--switch", directory.path("none")},
                   "nerio decode: " + directory.path("none") + ": no switch is kept there");
+}
+
+/** Rows of sources and of destinations have other keys. */
+TEST(DecodeCommandTest, TakesTheNumbersOfAFactory) {
+    NerioTest::CommandProcess script({"script"});
+    script.write(R"({"op":"profile"}
+{"op":"table","family":"aclHash","name":"sources","physTableIdx":1}
+{"op":"start","mode":"cold"}
+{"op":"entryIs","table":"sources","key":{"aclId":2,"combination":7,"firstPrefix":"10.1.0.0/16"},"result":{"rules":[{"priority":9,"ruleFlag":true}]}}
+{"op":"location","table":"sources","key":{"aclId":2,"combination":7,"firstPrefix":"10.1.0.0/16"}}
+)");
+    for (int line = 0; line < 4; ++line)
+        ASSERT_EQ(Json::parse(script.readLine())["ok"], true);
+    auto const row = Json::parse(script.readLine())["location"]["row"].get<int>();
+    script.write(fmt::format(R"({{"op":"shadow","table":"sources","hwTable":0,"index":{}}})", row) + "\n");
+    std::vector<std::string> arguments{"decode", "aclHash"};
+    auto const answer = Json::parse(script.readLine());
+    for (auto const& word : answer["words"])
+        arguments.push_back(fmt::format("{:#x}", word.get<U32>()));
+    EXPECT_EQ(script.ended(), 0);
+    EXPECT_THAT(outputOf(arguments), Not(HasSubstr("10.1.0.0/16")));
+    arguments.insert(arguments.end(), {"--number", "physTableIdx=1", "--number", "pipeline=0"});
+    EXPECT_THAT(outputOf(arguments), AllOf(HasSubstr("firstPrefix=10.1.0.0/16"), HasSubstr("priority=9")));
+}
+
+TEST(DecodeCommandTest, RefusesNumbersThatAFactoryDoesNotTake) {
+    expectRefused({"decode", "l3Lag", "1", "--number", "pipeline=1"},
+                  "nerio decode: pipeline=1: l3Lag takes no numbers");
+    expectRefused({"decode", "aclHash", "1", "--number", "processor=1"},
+                  "nerio decode: processor=1: aclHash takes pipeline, physTableIdx");
+    for (std::string const text : {"pipeline", "pipeline=", "pipeline=x", "pipeline=99999999999"}) {
+        auto const result = runCommand({"decode", "aclHash", "1", "--number", text});
+        EXPECT_EQ(result.status, 2);
+        EXPECT_THAT(result.errors, StartsWith("nerio decode: " + text + ": pipeline is a number up to "));
+    }
+    auto const none = runCommand({"decode", "aclHash", "1", "--number", "physTableIdx=9"});
+    EXPECT_EQ(none.status, 2);
+    EXPECT_THAT(none.errors, StartsWith("nerio decode: default: aclHash: "));
+    EXPECT_EQ(runCommand({"decode", "rules", "1", "--number", "pipeline=0", "--switch", "/tmp"}).status, 2);
+}
+
+TEST(DecodeCommandTest, TakesAProfileOfAFile) {
+    TemporaryDirectory const directory;
+    std::ofstream(directory.path("chip.json")) << R"({"preset":"api4"})";
+    EXPECT_EQ(outputOf({"decode", "lpm11", "0x8001", "--profile", directory.path("chip.json")}),
+              outputOf({"decode", "lpm11", "0x8001", "--profile", "api4"}));
+    EXPECT_NE(outputOf({"decode", "lpm11", "0x8001"}),
+              outputOf({"decode", "lpm11", "0x8001", "--profile", "api4"}));
+    std::ofstream(directory.path("bad.json")) << R"({"numPorts":"many"})";
+    auto const bad = runCommand({"decode", "lpm11", "1", "--profile", directory.path("bad.json")});
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_THAT(bad.errors, StartsWith("nerio decode: " + directory.path("bad.json") + ": "));
+    EXPECT_EQ(runCommand({"decode", "lpm11", "1", "--profile", directory.path("none")}).status, 2);
 }
 
 TEST(DecodeCommandTest, RefusesWhatIsNoRow) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 
 #include "CasesOfProfile.h"
 #include "FamilyModel.h"
+#include "agent/RowDecoder.h"
 #include "agent/RowText.h"
 #include "chip/SimulatedChip.h"
 
@@ -96,6 +98,18 @@ void expectRowsOfTheirLayouts(NerioSwitchApi::SwTableProfileConvertor const& con
     }
 }
 
+/** Where the words of a row tell its number, it is the row's; asked of every thirteenth row. */
+void expectRowsTold(Agent::HwTableShape const& shape, NerioSwitchApi::HwTableConfig const& table) {
+    SCOPED_TRACE(shape.id);
+    for (U64 number = shape.firstRow; number <= shape.lastRow; number += 13) {
+        auto const row = static_cast<HwIndex>(number);
+        auto const* stored = table.storedWords(row);
+        if (stored == nullptr) continue;
+        auto const told = Agent::rowToldBy(shape, std::span(stored, NerioSwitchApi::maxEntryWords));
+        ASSERT_EQ(told.value_or(row), row);
+    }
+}
+
 class RowLayoutTest : public ::testing::TestWithParam<char const*> {};
 
 TEST_P(RowLayoutTest, OfEveryTableNamesEveryBitThatAnyEntrySets) {
@@ -114,6 +128,8 @@ TEST_P(RowLayoutTest, OfEveryTableNamesEveryBitThatAnyEntrySets) {
         EXPECT_FALSE(convertor->descriptors().empty());
         for (auto const& [id, descriptor] : convertor->descriptors())
             expectRowsOfTheirLayouts(*convertor, id);
+        for (auto const& shape : Agent::hwTableShapes(family.spec, profile))
+            expectRowsTold(shape, *convertor->hwTable(shape.id));
         if (HasFatalFailure()) return;
     }
 }
