@@ -67,6 +67,25 @@ int restartWarm(std::filesystem::path const& directory) {
     return done;
 }
 
+/** Prints what became of a run; whether all rows agree is what its status says. */
+int tell(Options const& options, Agent::StateFile const& file, Json const& cold, Json const& warm) {
+    auto const differences = printAllDifferences("after the cold start", cold) +
+                             printAllDifferences("after the warm restart", warm);
+    int const status = differences == 0 ? done : jobFailed;
+    if (options.json) {
+        printJson(cold, warm, differences);
+        return status;
+    }
+    printReport(file, cold, warm);
+    if (differences != 0) {
+        fmt::print("\n{} differences between software, shadow and chip\n", differences);
+        return status;
+    }
+    printAgreement(warm);
+    if (!options.directory.empty()) fmt::print("the switch is kept in {}\n", options.directory);
+    return status;
+}
+
 int runSwitch(Options const& options) {
     auto const file = stateOf(options);
     std::optional<FileToBe> page;
@@ -85,21 +104,9 @@ int runSwitch(Options const& options) {
     }
     auto const warm = Json::parse(second.output);
 
-    auto const differences = printAllDifferences("after the cold start", cold) +
-                             printAllDifferences("after the warm restart", warm);
+    int const status = tell(options, file, cold, warm);
     if (page) page->textIs(runPage(file, cold, warm, fill));
-    if (options.json) {
-        printJson(cold, warm, differences);
-        return differences == 0 ? done : jobFailed;
-    }
-    printReport(file, cold, warm);
-    if (differences != 0) {
-        fmt::print("\n{} differences between software, shadow and chip\n", differences);
-        return jobFailed;
-    }
-    printAgreement(warm);
-    if (!temporary) fmt::print("the switch is kept in {}\n", directory.string());
-    return done;
+    return status;
 }
 
 }  // namespace
