@@ -57,7 +57,7 @@ public:
     /** The next line of standard output; waits for it, and throws at the end. */
     std::string readLine() {
         for (;;) {
-            if (auto const end = pending_.find('\n'); end != pending_.npos) {
+            if (auto const end = pending_.find('\n'); end != std::string::npos) {
                 auto const line = pending_.substr(0, end);
                 pending_.erase(0, end + 1);
                 return line;

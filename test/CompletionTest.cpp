@@ -127,10 +127,10 @@ TEST(ManualTest, EveryOptionOfTheHelpHasItsParagraph) {
         std::set<std::string> told;
         for (auto const& line : linesOf(page)) {
             auto rest = line;
-            for (auto at = rest.find("\\fB\\-"); at != rest.npos; at = rest.find("\\fB\\-")) {
+            for (auto at = rest.find("\\fB\\-"); at != std::string::npos; at = rest.find("\\fB\\-")) {
                 auto const end = rest.find("\\fR", at);
                 auto name = rest.substr(at + 3, end - at - 3);
-                for (auto dash = name.find("\\-"); dash != name.npos; dash = name.find("\\-"))
+                for (auto dash = name.find("\\-"); dash != std::string::npos; dash = name.find("\\-"))
                     name.erase(dash, 1);
                 told.insert(name);
                 rest.erase(0, end);

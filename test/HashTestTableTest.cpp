@@ -277,7 +277,7 @@ TEST_F(HashTestTableTest, AWriteThatFailsInTheMiddleOfMovesLosesNoEntryAndIsMade
 }
 
 TEST_F(HashTestTableTest, ABringUpThatFailsAtAnyWriteIsMadeGoodByTheNext) {
-    constexpr U64 writesOfAStart = 2 * 16 * 3;
+    constexpr U64 writesOfAStart = U64{2} * 16 * 3;
     for (U64 fault = 1; fault <= writesOfAStart; ++fault) {
         SCOPED_TRACE(fault);
         make();

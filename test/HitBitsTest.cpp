@@ -25,7 +25,7 @@ using testing::Pair;
 class HitBus final : public RegisterBus {
 public:
     RegisterHandle address(std::string_view path) override {
-        if (path.find("hash_") == path.npos) throw UnknownRegisterException(path);
+        if (path.find("hash_") == std::string::npos) throw UnknownRegisterException(path);
         auto const [found, isNew] =
             numbers_.try_emplace(std::string(path), static_cast<U32>(numbers_.size()));
         return {found->second};
@@ -74,7 +74,7 @@ protected:
     Belmo::Ptr<HitBitTableConfig> tableIs(U32 tableSize, U32 ways, U32 offset) {
         auto const table =
             Belmo::make<HitBitTableConfig>(NerioSwitchTable::getHitBitMapping("l3/", tableSize, ways, offset),
-                                           0, tableSize * std::max(ways, 1u) - 1, *bus);
+                                           U32{0}, tableSize * std::max(ways, 1u) - 1, *bus);
         tables.push_back(table);
         return table;
     }
@@ -191,7 +191,7 @@ TEST_F(HitBitsTest, AnUnknownTriggerIsRefused) {
                          wrapper->readInfoIs({"nowhere", 1}, addressesOf("l3/", {"hash_data0"}));
                          return wrapper;
                      }(),
-                     0, 7, *bus),
+                     U32{0}, 7u, *bus),
                  UnknownRegisterException);
 }
 

@@ -10,7 +10,6 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::CommandResult;
 using NerioTest::runCommand;
 using testing::HasSubstr;
 

@@ -303,7 +303,7 @@ TEST(IptablesImportTest, WhatMakesNoSenseIsRefusedByItsLine) {
           {head + "-A FORWARD !\n", "line 3: ! without what follows it"},
           {head + "-A FORWARD word\n", "line 3: word: no option"},
           {head + "-A FORWARD --comment \"open\n", "line 3: a quote without its end"}}) {
-        EXPECT_EQ(failureOf<Belmo::RangeException>([&] { importOf(text); }), refusal) << text;
+        EXPECT_EQ(failureOf<Belmo::RangeException>([&text = text] { importOf(text); }), refusal) << text;
     }
 }
 

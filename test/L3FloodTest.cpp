@@ -177,7 +177,8 @@ TEST_F(L3FloodBitmapTest, ARowHasThePortsAndTheirParity) {
         U64 const expected = mask | U64{static_cast<U32>(__builtin_parityll(mask))} << 52;
         for (U32 copy = 0; copy < 2; ++copy) {
             auto const prefix = fmt::format("ingress/processor_l3[{}]/", copy);
-            EXPECT_EQ(writes[3 * copy], std::pair(prefix + "hash_data0", static_cast<U32>(expected)));
+            EXPECT_EQ(writes[std::size_t{3} * copy],
+                      std::pair(prefix + "hash_data0", static_cast<U32>(expected)));
             EXPECT_EQ(writes[3 * copy + 1],
                       std::pair(prefix + "hash_data1", static_cast<U32>(expected >> 32)));
             EXPECT_EQ(writes[3 * copy + 2], std::pair(prefix + "hash_ctl", 0x51u | 1u << 17 | 10u << 18));

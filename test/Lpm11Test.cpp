@@ -177,7 +177,8 @@ TEST_F(Lpm11Test, ParityCoversWordZeroAndIsTakenWithItsOwnBitClear) {
             table().entryIs(tens, to(nexthop));
             U32 const word = chipWord(tensRow);
             EXPECT_EQ(std::popcount(word) % 2, 0) << nexthop;
-            EXPECT_EQ(word >> parityBit & 1, std::popcount((nexthop ^ 57) | 1u << 12) % 2u) << nexthop;
+            EXPECT_EQ(word >> parityBit & 1, static_cast<U32>(std::popcount((nexthop ^ 57) | 1u << 12)) % 2)
+                << nexthop;
         }
     }
 }

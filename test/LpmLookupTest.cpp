@@ -154,8 +154,8 @@ TEST_P(EveryLpmRow, WithANullCellFallsOnInThatCellAlone) {
 TEST_P(EveryLpmRow, BelongsToOneVrfAndOneKey) {
     Rows rows(vrfs());
     rows.write(stage(), 1, someAddress, fourCells);
-    for (U8 vrf = 0; vrf < vrfs(); ++vrf)
-        EXPECT_EQ(rows.find(vrf, someAddress).has_value(), vrf == 1) << int{vrf};
+    for (U32 vrf = 0; vrf < vrfs(); ++vrf)
+        EXPECT_EQ(rows.find(static_cast<U8>(vrf), someAddress).has_value(), vrf == 1) << vrf;
     for (U32 bit = 0; bit < 32; ++bit) {
         EXPECT_EQ(rows.find(1, someAddress ^ 1u << bit).has_value(), bit < stage().dipShift) << bit;
     }

@@ -13,11 +13,7 @@ using namespace NerioSwitchTable;
 using NerioSwitch::LpmKey;
 using NerioSwitch::ProfileHwApi;
 using NerioTest::packed;
-using NerioTest::PackedBits;
 using NerioTest::routeCell;
-using NerioTest::routeKey;
-using testing::Contains;
-using testing::Not;
 using testing::StartsWith;
 
 constexpr U32 vrfCounts[] = {4, 8, 32};

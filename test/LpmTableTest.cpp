@@ -16,7 +16,6 @@ namespace {
 using namespace NerioSwitchTable;
 using Belmo::RangeException;
 using NerioSwitch::LpmKey;
-using NerioTest::packed;
 using NerioTest::routeCell;
 using NerioTest::routeKey;
 using NerioTest::StartMode;
@@ -157,7 +156,7 @@ TEST_P(LpmTableTest, EachL3ProcessorHasACopyAndAHitBitTable) {
         U32 const n = stage().number;
         EXPECT_EQ(bits, (std::set<U32>{n, n + 9, n + 36, n + 45}));
     }
-    auto const prefix = "ingress/processor_l3[2]/";
+    auto const* const prefix = "ingress/processor_l3[2]/";
     std::vector<std::string> paths;
     for (auto const handle : convertor().hwTable(2)->registersOf(0))
         paths.push_back(chip().path(handle));

@@ -262,7 +262,7 @@ TEST_F(CheckedFileTest, OfTheOtherByteOrderIsRefused) {
 TEST_F(CheckedFileTest, TellsEveryFlippedBitOfItsHead) {
     make();
     auto const whole = contentsOf(path_);
-    for (std::size_t bit = 0; bit < 64 * 8; ++bit) {
+    for (std::size_t bit = 0; bit < std::size_t{64} * 8; ++bit) {
         auto contents = whole;
         contents[bit / 8] = static_cast<char>(contents[bit / 8] ^ (1 << bit % 8));
         contentsOfIs(path_, contents);

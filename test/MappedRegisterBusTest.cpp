@@ -104,14 +104,14 @@ TEST_F(MappedRegisterBusTest, WordsStandAtTheirOffsets) {
     EXPECT_EQ(wordAt(4), 0x11223344u);
     EXPECT_EQ(wordAt(8), 7u);
     EXPECT_EQ(wordAt(0x20), 0x80000000u);
-    for (std::size_t const untouched : {0, 0xC, 0x1C, 0x24, 0x3C})
+    for (std::size_t const untouched : {0u, 0xCu, 0x1Cu, 0x24u, 0x3Cu})
         EXPECT_EQ(wordAt(untouched), 0xEEEEEEEEu) << untouched;
     EXPECT_EQ(bus.read(control), 0x80000000u);
     EXPECT_EQ(contentsOf(file)[4], std::endian::native == std::endian::little ? 0x44 : 0x11);
 }
 
 TEST_F(MappedRegisterBusTest, OffsetsCountFromTheBase) {
-    for (U64 const base : {0x20, 0x1004}) {
+    for (U64 const base : {0x20u, 0x1004u}) {
         contentsOfIs(file, std::string(0x2000, '\0'));
         MappedRegisterBus bus(file, mapOf("a 8"), base);
         bus.write(bus.address("a"), 5);

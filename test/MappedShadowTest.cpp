@@ -24,7 +24,6 @@ namespace fs = std::filesystem;
 
 using namespace NerioSwitchApi;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::StartsWith;
 
 using Words = std::vector<U32>;

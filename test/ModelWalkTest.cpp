@@ -38,7 +38,7 @@ struct AclWalk {
     static NerioSwitch::AclHashKey key(Random& random) {
         static std::vector<NerioSwitch::AclHashKey> const all = [] {
             Random few(6);
-            std::vector<NerioSwitch::AclHashKey> keys(2 * 8192);
+            std::vector<NerioSwitch::AclHashKey> keys(std::size_t{2} * 8192);
             for (auto& each : keys)
                 each = randomAclKey(few, 2, 6);
             return keys;

@@ -10,7 +10,6 @@ namespace {
 
 using Agent::MulticastRoute;
 using Agent::Refusal;
-using NerioSwitch::MrouteKey;
 using NerioSwitchApi::StartMode;
 using NerioSwitchTable::SGKey;
 using NerioSwitchTable::SGResult;

@@ -16,7 +16,6 @@ using namespace NerioSwitchTable;
 using NerioSwitch::ProfileInfo;
 using NerioSwitchApi::StartMode;
 using NerioTest::below;
-using NerioTest::ip;
 using NerioTest::Random;
 
 constexpr U8 pipeline = 1;

@@ -80,7 +80,7 @@ void addNames(std::set<Belmo::String>& paths, Belmo::String const& prefix, Belmo
 }
 
 Belmo::String withoutNumbers(Belmo::String path) {
-    for (auto open = path.find('['); open != path.npos; open = path.find('[', open + 1))
+    for (auto open = path.find('['); open != std::string::npos; open = path.find('[', open + 1))
         path.erase(open + 1, path.find(']', open) - open - 1);
     return path;
 }

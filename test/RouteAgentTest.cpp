@@ -16,7 +16,6 @@ using Belmo::RangeException;
 using Lanvo::IpAddr;
 using NerioSwitch::LpmKey;
 using NerioSwitch::NexthopIndexes;
-using NerioSwitchTable::Lpm11Result;
 using NerioSwitchTable::LpmResult;
 
 class RouteAgentTest : public testing::Test {
@@ -134,7 +133,7 @@ TEST_F(RouteAgentTest, AnEqualRouteWritesNothingAndAnotherNextHopWritesItsKeysAl
     ladder.add(route(0x0A010200, 24), 2);
     EXPECT_EQ(ladder.takeWriteCount(), 5 * processors);
     ladder.add(route(0x0A000000, 9), 2);
-    EXPECT_EQ(ladder.takeWriteCount(), 4 * 2 * processors);
+    EXPECT_EQ(ladder.takeWriteCount(), std::size_t{4} * 2 * processors);
     EXPECT_EQ(ladder.fault(), "");
 }
 
@@ -262,7 +261,7 @@ TEST_F(RouteAgentTest, AFailedWriteIsMadeUpForByTheSameCall) {
     LpmKey const keys[] = {route(0x0A000000, 9), route(0x0A010200, 24), route(0xC0000201, 32)};
     for (auto const& key : keys) {
         SCOPED_TRACE(Sorn::text(key));
-        for (U32 const nexthop : {1, 2}) {
+        for (U32 const nexthop : {1u, 2u}) {
             ladder.faulty().faultIs(Chip::Fault::fail, ladder.faulty().writes() + 3);
             EXPECT_THROW(ladder.add(key, nexthop), NerioSwitchApi::BusException);
             EXPECT_EQ(agent().route(key), NexthopIndexes(nexthop));

@@ -13,7 +13,6 @@ namespace {
 using namespace NerioTest;
 using Agent::RouteState;
 using NerioSwitch::LpmKey;
-using NerioSwitch::NexthopIndexes;
 
 constexpr U32 vrfs = 32;
 /** Rows of each way that crowded keys hash to, and keys in them: half of them have to wait. */
@@ -148,7 +147,7 @@ TEST_P(RoutePlacementTest, TheObserverIsToldOfRoutesThatWaitAndThatWaitNoLonger)
     EXPECT_FALSE(waiting.empty());
     EXPECT_TRUE(agrees());
     for (auto const& key : keys) {
-        for (U32 const route : {5, 0}) {
+        for (U32 const route : {5u, 0u}) {
             waiting.erase(routeUnder(key, route));  // of routes that are gone there is nothing to tell
             ladder.del(routeUnder(key, route));
             ASSERT_TRUE(agrees());

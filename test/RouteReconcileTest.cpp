@@ -9,7 +9,6 @@ namespace {
 
 using namespace NerioTest;
 using Agent::RouteState;
-using NerioSwitch::LpmKey;
 using NerioSwitchTable::LpmResult;
 
 constexpr std::size_t registersOfRow = 5;

@@ -17,14 +17,13 @@ using Agent::Json;
 using NerioTest::CommandProcess;
 using NerioTest::CommandResult;
 using NerioTest::lineCount;
-using NerioTest::nerioCommand;
 using NerioTest::runCommand;
 using testing::HasSubstr;
 
 /** A report with each time replaced, so that the rest can be compared. */
 std::string withoutTimes(std::string text) {
     constexpr std::string_view unit = " ms\n";
-    for (auto end = text.find(unit); end != text.npos; end = text.find(unit, end)) {
+    for (auto end = text.find(unit); end != std::string::npos; end = text.find(unit, end)) {
         auto const number = text.find_last_of(' ', end - 1);
         auto const begin = text.find_last_not_of(' ', number) + 1;
         text.replace(begin, end + unit.size() - 1 - begin, " TIME");
@@ -493,7 +492,7 @@ TEST(CommandTest, ASubcommandIsRequired) {
 TEST(CommandTest, OutputThatIsLostIsAFailure) {
     auto const run = std::string(NerioTest::nerioCommand) + " run > /dev/full 2> /dev/null";
     EXPECT_EQ(WEXITSTATUS(std::system(run.c_str())), 1);
-    auto const script = std::string("echo '{\"op\":\"capacity\"}' | ") + NerioTest::nerioCommand +
+    auto const script = std::string(R"(echo '{"op":"capacity"}' | )") + NerioTest::nerioCommand +
                         " script > /dev/full 2> /dev/null";
     EXPECT_EQ(WEXITSTATUS(std::system(script.c_str())), 1);
 }

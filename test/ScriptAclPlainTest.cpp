@@ -6,7 +6,7 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::operator""_json_text;  // NOLINT(misc-unused-using-decls): it is not seen in use
+using namespace NerioTest::Literals;
 
 /** A script with a table of each of the families. */
 class ScriptAclPlainTest : public testing::Test {

@@ -60,7 +60,7 @@ TEST_F(ScriptCommandTest, StatusIsOneWhenALineFailsAndTheScriptGoesOn) {
 
 TEST_F(ScriptCommandTest, BlankLinesAndCommentsAreSkipped) {
     expectBothWays(lines({"# {\n", "\n", "   \t\r\n", table, "#\n", cold, "\n"}), 0, lines({ok, ok}));
-    expectBothWays("{\"op\":\"registers\"}", 0, "{\"ok\":true,\"writes\":[]}\n");  // no end of line
+    expectBothWays(R"({"op":"registers"})", 0, "{\"ok\":true,\"writes\":[]}\n");  // no end of line
 }
 
 TEST_F(ScriptCommandTest, AFileThatIsNotJsonLinesIsRefusedAsAWhole) {
@@ -140,10 +140,11 @@ TEST_F(ScriptCommandTest, ASwitchDirectoryOutlivesTheProcess) {
                           "{\"op\":\"entries\",\"table\":\"ports\"}\n",
                           "{\"op\":\"shadow\",\"table\":\"ports\",\"hwTable\":0,\"index\":5}\n"}));
     EXPECT_EQ(second.status, 0);
+    auto const* const entries =
+        R"({"ok":true,"entries":[{"key":{"portId":5},"result":{"portMode":"trunk","txDisabled":false,)"
+        "\"l2ForwardingDisabled\":false}}]}\n";
     EXPECT_EQ(second.output,
-              lines({ok, ok, "{\"ok\":true,\"writes\":[]}\n", ok, "{\"ok\":true,\"writes\":[]}\n",
-                     "{\"ok\":true,\"entries\":[{\"key\":{\"portId\":5},\"result\":{\"portMode\":\"trunk\","
-                     "\"txDisabled\":false,\"l2ForwardingDisabled\":false}}]}\n",
+              lines({ok, ok, "{\"ok\":true,\"writes\":[]}\n", ok, "{\"ok\":true,\"writes\":[]}\n", entries,
                      "{\"ok\":true,\"words\":[0,0,0,0]}\n"}));
     // The chip keeps what it was told as well: a cold start over it writes every port again.
     auto const third =

@@ -7,7 +7,7 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::operator""_json_text;
+using namespace NerioTest::Literals;
 
 constexpr char const* portRange =
     "RangeException: NerioSwitch::ChipPortId::value < NerioSwitch::ChipPortId::min or > "
@@ -55,7 +55,7 @@ TEST_F(ScriptFailureTest, FailuresNameWhatIsUnknown) {
         {R"({"op":"profile","layouts":{"l4":{}}})", "ScriptError: unknown member \"l4\""},
         {R"({"op":"profile","layouts":{"l2":{"rows":1}}})", "ScriptError: unknown member \"rows\""},
         {R"({"op":"profile","ingressPipes":[{"pipe":0}]})", "ScriptError: unknown member \"pipe\""},
-        {R"({"op":"start","mode":"hot"})", "ScriptError: mode: \"hot\" is neither \"cold\" nor \"warm\""},
+        {R"({"op":"start","mode":"hot"})", R"(ScriptError: mode: "hot" is neither "cold" nor "warm")"},
         {R"({"op":"shadow","table":"ports","hwTable":1,"index":0})",
          "ScriptError: hwTable: the table has no hardware table 1"},
         {R"({"op":"registersOf","table":"ports","hwTable":0,"index":52})",

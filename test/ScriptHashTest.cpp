@@ -10,7 +10,7 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::operator""_json_text;
+using namespace NerioTest::Literals;
 
 constexpr char const* sshKey =
     R"({"aclId":2,"combination":8,"firstPrefix":"10.0.99.0/24","protocol":1,"port":22})";

@@ -36,9 +36,13 @@ private:
     Nerio::Script script_;
 };
 
+inline namespace Literals {
+
 inline Json operator""_json_text(char const* text, std::size_t size) {
     return Json::parse(std::string(text, size));
 }
+
+}  // namespace Literals
 
 /** A script with the table "ports", not started. */
 class ScriptFixture : public testing::Test {

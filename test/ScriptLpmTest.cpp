@@ -12,7 +12,7 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::operator""_json_text;
+using namespace NerioTest::Literals;
 using NerioTest::StageCase;
 using NerioTest::stageCases;
 

@@ -6,7 +6,7 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::operator""_json_text;
+using namespace NerioTest::Literals;
 
 constexpr char const* routeKey = R"({"sip":"10.0.0.1","dip":"225.1.1.1","data":{"multicast":{"vlanId":5}}})";
 constexpr char const* flowKey =

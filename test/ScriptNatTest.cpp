@@ -8,7 +8,7 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::operator""_json_text;
+using namespace NerioTest::Literals;
 
 constexpr char const* outboundKey =
     R"({"natType":1,"sip":"10.0.0.5","sport":8080,"filterPfx":"198.51.100.0/24","ingressProfileId":3})";

@@ -6,7 +6,7 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::operator""_json_text;
+using namespace NerioTest::Literals;
 
 /** A script with the table "police", and "storm", whose table has a name of its own. */
 class ScriptRateTest : public testing::Test {

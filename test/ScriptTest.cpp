@@ -7,7 +7,7 @@
 namespace {
 
 using Agent::Json;
-using NerioTest::operator""_json_text;
+using namespace NerioTest::Literals;
 
 constexpr char const* rowRange =
     "RangeException: NerioSwitchApi::HwIndex::value < NerioSwitchApi::HwTableDescriptor::firstIndex or > "
@@ -46,7 +46,7 @@ TEST_F(ScriptTest, EntryTellsWhetherThereIsOneAndItsResult) {
 TEST_F(ScriptTest, EntryDelGivesTheRemovedResultOrTheDefault) {
     startQuietly();
     entryIs(5, R"({"portMode":"trunk"})");
-    auto const line = R"({"op":"entryDel","table":"ports","key":{"portId":5}})";
+    auto const* const line = R"({"op":"entryDel","table":"ports","key":{"portId":5}})";
     EXPECT_EQ(script(line),
               R"({"ok":true,
                   "result":{"portMode":"trunk","txDisabled":false,"l2ForwardingDisabled":false}})"_json_text);
@@ -306,7 +306,7 @@ TEST_F(ScriptTest, TheNumbersOfOtherFamiliesAreTaken) {
 
 TEST(ScriptDirectoryTest, ChipAndShadowOutliveTheScript) {
     TemporaryDirectory directory;
-    auto const table = R"({"op":"table","family":"portConfig","name":"ports"})";
+    auto const* const table = R"({"op":"table","family":"portConfig","name":"ports"})";
     {
         NerioTest::ScriptLines script{directory.path("switch")};
         script.ok(table);

@@ -196,11 +196,11 @@ TEST_P(ShadowTest, KeepsTablesApartByName) {
     std::vector<std::string> names = {"a/b", "a%2Fb", "a%b",    "a b",  "a",           "A",
                                       "",    ".",     "..",     "../a", "/",           "a.shadow",
                                       "a\n", "\xC3",  "shadow", "a~",   "a.shadow.new"};
-    names.push_back(std::string("a\0b", 3));
-    names.push_back(std::string(200, 'n'));
-    names.push_back(std::string(201, 'n'));
+    names.emplace_back("a\0b", 3);
+    names.emplace_back(200, 'n');
+    names.emplace_back(201, 'n');
     names.push_back(std::string(201, 'n') + "/");
-    names.push_back(std::string(5000, 'n'));
+    names.emplace_back(5000, 'n');
     for (HwIndex i = 0; i < names.size(); ++i)
         write(*store_->tableIs(names[i], 0, 0, StartMode::cold), 0, {i});
     if (GetParam()) {
@@ -311,7 +311,7 @@ TEST_F(ShadowRowTest, NeverTakesAnIntendedRowWithAFlippedBitForAWrittenOne) {
     for (int bit = 0; bit < bits; ++bit) {
         flip(1, bit);
         bool const inState = bit / 8 == offsetof(ShadowRow, state);
-        EXPECT_EQ(corruptionOf(*table_, 1) != "", inState) << "bit " << bit;
+        EXPECT_EQ(!corruptionOf(*table_, 1).empty(), inState) << "bit " << bit;
         if (!inState) {
             EXPECT_EQ(table_->read(1), std::nullopt);
         }

@@ -263,12 +263,12 @@ TEST_P(SharedHashTableTest, RandomOperationsAndRestartsKeepTheTablesApart) {
     std::mt19937 random(44);
     bothAre(StartMode::cold);
     std::map<Kind, Model> models;
-    for (int step = 0; step < 4000; ++step) {
+    for (U32 step = 0; step < 4000; ++step) {
         auto const kind = random() % 2 == 0 ? Kind::left : Kind::right;
         U32 const key = random() % 128;
         if (random() % 2 == 0) {
-            table(kind).entryIs(key, step + 1u);
-            models[kind][key] = step + 1u;
+            table(kind).entryIs(key, step + 1);
+            models[kind][key] = step + 1;
         } else {
             table(kind).entryDel(key);
             models[kind].erase(key);

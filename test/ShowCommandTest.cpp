@@ -18,7 +18,6 @@ using Agent::Json;
 using NerioTest::CommandProcess;
 using NerioTest::lineCount;
 using NerioTest::runCommand;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -45,7 +44,7 @@ std::string withPorts(std::string const& entries) {
 std::string hashOf(int keys) {
     std::string entries;
     for (int key = 0; key < keys; ++key)
-        entries += fmt::format("{}{{\"key\": {}, \"result\": 1}}", key == 0 ? "" : ",", key);
+        entries += fmt::format(R"({}{{"key": {}, "result": 1}})", key == 0 ? "" : ",", key);
     return R"({"profile":{"numPorts":8},"tables":[{"family":"hashTest","name":"keys","entries":[)" + entries +
            "]}]}";
 }
@@ -260,7 +259,7 @@ TEST_F(ShowCommandTest, MovesAreThoseSinceTheColdStart) {
     auto const again = shown()[2];
     EXPECT_EQ(again["moves"], moves);
     EXPECT_GE(again["failedPlacements"], 1);
-    contentsOfIs(place + "/moves.json", "{\"crowded\":{\"moves\":[1],");
+    contentsOfIs(place + "/moves.json", R"({"crowded":{"moves":[1],)");
     EXPECT_EQ(shown()[2]["failedPlacements"], 0) << "a file that makes no sense is none";
 }
 

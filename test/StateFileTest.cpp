@@ -8,7 +8,6 @@
 namespace {
 
 using Agent::Json;
-using Agent::StateFile;
 using Agent::StateFileException;
 
 constexpr char const* twoTables = R"({

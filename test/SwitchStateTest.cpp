@@ -28,7 +28,6 @@ using Agent::SwitchState;
 using NerioSwitch::ChipPortId;
 using NerioSwitchApi::StartMode;
 using namespace NerioSwitchTable;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;

@@ -98,7 +98,7 @@ TEST(DecodeFilterPfx, TakesLengthsThatTheEncoderFoldsOtherwise) {
 }
 
 TEST(DecodeFilterPfxDeathTest, RefusesMaskTypesAboveThree) {
-    char const* const text = "Assertion failed: false && \"Unsupported maskType\" \\(";
+    char const* const text = R"(Assertion failed: false && "Unsupported maskType" \()";
     EXPECT_DEATH(decodeFilterPfx(0, 4), text);
     EXPECT_DEATH(decodeFilterPfx(0, 255), text);
 }

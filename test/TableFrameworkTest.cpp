@@ -27,26 +27,27 @@ public:
         : calls_(calls), mapping_(std::move(mapping)) {}
 
     void doInitTableStats() override {
-        calls_.push_back("doInitTableStats");
+        calls_.emplace_back("doInitTableStats");
         initEntryCounter(TableGauge::TableKey("probe", "Pipe0", "probes"), 3, 0);
     }
     void doCreateHwTables(TableState state) override {
-        calls_.push_back(state == TableState::reset ? "doCreateHwTables reset" : "doCreateHwTables live");
+        calls_.emplace_back(state == TableState::reset ? "doCreateHwTables reset" : "doCreateHwTables live");
         auto const name = SwTable::hwTableName("probes", profile()->profileName(), "Probe", 0);
         descriptorIs(0, descriptorConfig().hwTableDescIs(name, 0, profile()->profileName(), state, 4, 6,
                                                          mapping_(name)));
         hwTableIs(0, collection().hwTable(name)->config());
     }
     void initHwEntries(bool resetHw, U32) override {
-        calls_.push_back(std::string("initHwEntries ") + (resetHw ? "true" : "false") +
-                         (descriptor(0)->initialized() ? " initialized" : ""));
+        calls_.emplace_back(std::string("initHwEntries ") + (resetHw ? "true" : "false") +
+                            (descriptor(0)->initialized() ? " initialized" : ""));
     }
     void syncEntries(U32) override {
-        calls_.push_back(std::string("syncEntries") + (descriptor(0)->initialized() ? " initialized" : ""));
+        calls_.emplace_back(std::string("syncEntries") +
+                            (descriptor(0)->initialized() ? " initialized" : ""));
     }
     void handleInitialized() override {
-        calls_.push_back(std::string("handleInitialized") +
-                         (descriptor(0)->initialized() ? " initialized" : ""));
+        calls_.emplace_back(std::string("handleInitialized") +
+                            (descriptor(0)->initialized() ? " initialized" : ""));
     }
 
 private:
@@ -60,14 +61,14 @@ public:
         : SwTable("probes"), calls_(calls), mapping_(std::move(mapping)) {}
 
     void doSetProfileConvertor(Belmo::Ptr<SwTableTypes> const& types) override {
-        calls_.push_back(profile() ? "doSetProfileConvertor" : "doSetProfileConvertor without profile");
+        calls_.emplace_back(profile() ? "doSetProfileConvertor" : "doSetProfileConvertor without profile");
         auto const convertor = Belmo::make<ProbeConvertor>(calls_, mapping_);
         convertor->typesAre(*types);
         convertor->profileIs(profile());
         profileConvertorPtrIs(convertor);
     }
     void doInitComplete() override {
-        calls_.push_back(initialized() ? "doInitComplete again" : "doInitComplete");
+        calls_.emplace_back(initialized() ? "doInitComplete again" : "doInitComplete");
         SwTable::doInitComplete();
     }
 

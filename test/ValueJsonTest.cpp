@@ -131,7 +131,7 @@ TEST(ValueJsonTest, RangedIndexesAreNumbersAndRefuseInTheirOwnWords) {
     expectSame(NerioSwitch::ChipPortId(0), "0");
     expectSame(NerioSwitch::ChipPortId(53), "53");
     expectSame(Bridging::VlanId(4094), "4094");
-    auto const vlan = "/a/v RangeException: Bridging::VlanId::value < 1 or > 4094 not allowed";
+    auto const* const vlan = "/a/v RangeException: Bridging::VlanId::value < 1 or > 4094 not allowed";
     for (auto const* text :
          {"0", "4095", "65537", "-1", "-9223372036854775808", "18446744073709551615", R"("0xFFF")"})
         EXPECT_EQ(refusal<Bridging::VlanId>(Json::parse(text)), vlan) << text;
@@ -157,7 +157,7 @@ TEST(ValueJsonTest, AddressesAreTexts) {
     EXPECT_EQ(refusal<Lanvo::IpAddr>("10.0.0.1 "), "/a/v ScriptError: v: expected the end, found \" \"");
     EXPECT_EQ(refusal<Lanvo::EthAddr>("00:1c:73:00:00"),
               "/a/v ScriptError: v: \"00:1c:73:00:00\" is no Ethernet address");
-    auto const notAPrefix = "/a/v RangeException: Lanvo::Prefix::validAsPrefix != true not allowed";
+    auto const* const notAPrefix = "/a/v RangeException: Lanvo::Prefix::validAsPrefix != true not allowed";
     EXPECT_EQ(refusal<Lanvo::Prefix>("10.0.0.1/8"), notAPrefix);
     EXPECT_EQ(refusal<Lanvo::Prefix>("10.0.0.0/33"), notAPrefix);
     EXPECT_EQ(refusal<Lanvo::Prefix>(8), "/a/v ScriptError: v: expected a text, found 8");
