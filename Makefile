@@ -12,7 +12,7 @@ COVERAGE ?=
 # Further arguments of `nerio run` and of the benchmarks.
 ARGS ?=
 
-# What clang-tidy looks at, for minutes; headers come with the sources that include them.
+# What clang-tidy looks at; headers come with the sources that include them.
 SOURCES ?= *.cpp
 CLANG_FORMAT ?= clang-format-14
 CLANG_TIDY ?= clang-tidy-14
