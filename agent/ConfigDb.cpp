@@ -14,7 +14,6 @@ char const* const noMatter = "not a matter of these tables";
 /** Tables whose reason is another one. */
 std::map<std::string_view, char const*> const reasonsOfTables{
     {"INTERFACE", "a port is routed by its VLAN, and addresses of the switch are its CPU's"},
-    {"VLAN_INTERFACE", "addresses of the switch are its CPU's"},
     {"VLAN_SUB_INTERFACE", "a port is routed by its VLAN, and addresses of the switch are its CPU's"},
     {"PORTCHANNEL_INTERFACE", "a port is routed by its VLAN, and addresses of the switch are its CPU's"},
     {"LOOPBACK_INTERFACE", "addresses of the switch are its CPU's"},
@@ -25,10 +24,6 @@ std::map<std::string_view, char const*> const reasonsOfTables{
     {"ACL_TABLE_TYPE", "the fields of an ACL's keys are the chip's"},
     {"SWITCH_HASH", "what hashes are made of is told by port"},
 };
-
-Belmo::String entriesText(std::size_t count) {
-    return fmt::format("{} {}", count, count == 1 ? "entry" : "entries");
-}
 
 /** A number or a text as text. */
 Belmo::String textOf(Json const& json, Place const& place) {
@@ -43,6 +38,10 @@ Json const& tableOf(Json const& json, Place const& place) {
 }
 
 }  // namespace
+
+Belmo::String entriesText(std::size_t count) {
+    return fmt::format("{} {}", count, count == 1 ? "entry" : "entries");
+}
 
 std::vector<Belmo::String> ConfigEntry::nameParts(std::size_t count) const {
     auto parts = splitText(name_, '|');

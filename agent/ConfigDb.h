@@ -14,6 +14,9 @@
 /* What the importers of the parts of a configuration database share. */
 namespace Agent::Import {
 
+/** "1 entry", "2 entries", as the report counts them. */
+Belmo::String entriesText(std::size_t count);
+
 /** An entry of a table: "Vlan100|Ethernet0": {"tagging_mode": "untagged"}. */
 class ConfigEntry {
 public:
@@ -101,6 +104,8 @@ void importStormControl(ConfigDb& db);
 void importCopp(ConfigDb& db);
 void importAcls(ConfigDb& db);
 void importTranslations(ConfigDb& db);
+void importVrfs(ConfigDb& db);
+void importVlanInterfaces(ConfigDb& db);
 void importStaticRoutes(ConfigDb& db);
 
 }  // namespace Agent::Import

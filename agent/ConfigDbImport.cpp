@@ -47,6 +47,8 @@ void importTables(Import::ConfigDb& db) {
     importCopp(db);
     importAcls(db);
     importTranslations(db);
+    importVrfs(db);
+    importVlanInterfaces(db);
     importStaticRoutes(db);
     db.reportRest();
 }

@@ -62,21 +62,6 @@ NatTranslation portTranslationOf(ConfigEntry const& entry) {
         .protoIs(wordOf(entry, names[1], "TCP or UDP", protocol));
 }
 
-void vrfNumbers(ConfigDb& db) {
-    db.vrfs["default"] = 0;
-    U32 next = 1;
-    db.forEachEntry("VRF", {}, [&](ConfigEntry const& vrf) {
-        if (db.vrfs.contains(vrf.name())) return;
-        if (next >= db.profile().numVrfs) {
-            db.report.lost(vrf.at(), fmt::format("the chip has {} VRFs", db.profile().numVrfs));
-            return;
-        }
-        db.report.named("VRF", vrf.name(), next);
-        db.report.took("VRFs");
-        db.vrfs[vrf.name()] = static_cast<U8>(next++);
-    });
-}
-
 /** The numbers of next hops by name: 57 is none. */
 class NexthopNumbers {
 public:
@@ -154,8 +139,50 @@ void importTranslations(ConfigDb& db) {
     db.file.translations = translations.translations();
 }
 
+void importVrfs(ConfigDb& db) {
+    db.vrfs["default"] = 0;
+    U32 next = 1;
+    db.forEachEntry("VRF", {}, [&](ConfigEntry const& vrf) {
+        if (db.vrfs.contains(vrf.name())) return;
+        if (next >= db.profile().numVrfs) {
+            db.report.lost(vrf.at(), fmt::format("the chip has {} VRFs", db.profile().numVrfs));
+            return;
+        }
+        db.report.named("VRF", vrf.name(), next);
+        db.report.took("VRFs");
+        db.vrfs[vrf.name()] = static_cast<U8>(next++);
+    });
+}
+
+/** A VLAN that has an interface is routed, in the VRF of the interface. */
+void importVlanInterfaces(ConfigDb& db) {
+    std::size_t addresses = 0;
+    db.forEachEntry("VLAN_INTERFACE", {"vrf_name", "scope", "family"}, [&](ConfigEntry const& interface) {
+        if (splitText(interface.name(), '|').size() > 1) {
+            ++addresses;
+            return;
+        }
+        auto const vlan = db.vlans.find(interface.name());
+        if (vlan == db.vlans.end()) {
+            db.report.lost(interface.at(), fmt::format("there is no VLAN {}", interface.name()));
+            return;
+        }
+        auto const name = interface.text("vrf_name").value_or("default");
+        auto const vrf = db.vrfs.find(name);
+        if (vrf == db.vrfs.end()) {
+            db.report.lost(interface.at("vrf_name"), fmt::format("the chip has no VRF {}", name));
+            return;
+        }
+        db.file.switchState.vlans[vlan->second].unicastRouteIs(true).vrfIs(vrf->second);
+        db.report.took("routed VLANs");
+    });
+    if (addresses != 0) {
+        db.report.lost(db.at("VLAN_INTERFACE"),
+                       fmt::format("{}: addresses of the switch are its CPU's", entriesText(addresses)));
+    }
+}
+
 void importStaticRoutes(ConfigDb& db) {
-    vrfNumbers(db);
     NexthopNumbers nexthops;
     db.forEachEntry("STATIC_ROUTE", {"nexthop", "ifname", "blackhole", "nexthop-vrf"},
                     [&](ConfigEntry const& route) { routeIs(db, route, nexthops); });

@@ -50,7 +50,7 @@ std::vector<HwTableShape> shapesOf(Family const& family, ProfilePtr const& profi
         std::ranges::find(family.numbers, "physTableIdx", &FamilyNumber::name) != family.numbers.end();
     if (!isAclHash) return hwTableShapes({name, name, {}}, profile);
     std::vector<HwTableShape> all;
-    for (U64 const number : {0, 1, 2, 5}) {
+    for (U64 const number : {0u, 1u, 2u, 5u}) {
         for (auto& shape : hwTableShapes({name, name, {{"physTableIdx", number}}}, profile)) {
             shape.label = fmt::format("physTableIdx {}", number);
             all.push_back(std::move(shape));

@@ -336,6 +336,27 @@ TEST(ConfigDbImportTest, ThereAreFifteenAcls) {
                 ElementsAre("/ACL_TABLE/t16: with its 1 rules: the chip has numbers for 15 ACLs alone"));
 }
 
+TEST(ConfigDbImportTest, AVlanWithAnInterfaceIsRouted) {
+    auto const imported = importOf(R"({
+        "VLAN": {"Vlan10": {}, "Vlan20": {}, "Vlan30": {}, "Vlan40": {}}, "VRF": {"Vrf_a": {}},
+        "VLAN_INTERFACE": {"Vlan10": {}, "Vlan10|10.0.0.1/24": {"scope": "global"}, "Vlan10|fc00::1/64": {},
+                           "Vlan20": {"vrf_name": "Vrf_a", "nat_zone": "1"}, "Vlan30": {"vrf_name": "Vrf_b"},
+                           "Vlan50": {}}})");
+    auto const& vlans = imported.state.switchState.vlans;
+    EXPECT_TRUE(vlans.at(10).unicastRoute());
+    EXPECT_EQ(vlans.at(10).vrf(), 0);
+    EXPECT_TRUE(vlans.at(20).unicastRoute());
+    EXPECT_EQ(vlans.at(20).vrf(), 1);
+    EXPECT_FALSE(vlans.at(30).unicastRoute());
+    EXPECT_FALSE(vlans.at(40).unicastRoute());
+    EXPECT_EQ(imported.report.taken("routed VLANs"), 2u);
+    EXPECT_THAT(lossesOf(imported),
+                ElementsAre("/VLAN_INTERFACE/Vlan30/vrf_name: the chip has no VRF Vrf_b",
+                            "/VLAN_INTERFACE/Vlan50: there is no VLAN Vlan50",
+                            "/VLAN_INTERFACE: 2 entries: addresses of the switch are its CPU's",
+                            "/VLAN_INTERFACE/*/nat_zone: 1 entry: not a matter of these tables"));
+}
+
 TEST(ConfigDbImportTest, StaticTranslations) {
     auto const imported = importOf(R"({
         "STATIC_NAT": {"192.0.2.1": {"local_ip": "10.0.0.1"},

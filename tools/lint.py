@@ -89,9 +89,12 @@ class Batch:
 
     def check(self):
         """What clang-tidy has to say, by the places of the sources; empty if nothing."""
-        run = self.tidy()
+        # With its analyzer, clang-tidy keeps to itself what the compiler has to say.
+        compiled, run = self.tidy(HARMLESS), self.tidy()
+        if "[clang-diagnostic-" not in run.stdout:
+            run.stdout = compiled.stdout + run.stdout
         said = [self.by_source(line) for line in run.stdout.splitlines() if not REMARK.match(line)]
-        if run.returncode != 0 and not said:
+        if (run.returncode or compiled.returncode) and not said:
             said = [f"{CLANG_TIDY} ended with status {run.returncode} in " + " ".join(self.sources)]
         return "\n".join(said)
 
