@@ -125,43 +125,53 @@ bool isAcl(ConfigDb& db, ConfigEntry const& table, std::size_t rules) {
 
 /**
  * Where packets come in, an ACL is asked for by their VLAN. One that is bound to ports is that of the VLANs
- * that it is bound to by name, and of those that have no other ports; what is left of its ports goes to the
- * report.
+ * that it is bound to by name, and of those that have no other ports. Packets of these ports that come in
+ * otherwise meet no ACL, which goes to the report.
  */
 class AclBinding {
 public:
     AclBinding(ConfigDb& db, ConfigEntry const& table) : db_(db), at_(table.at("ports")) {
         for (auto const& name : table.list("ports")) {
             if (auto const vlan = db.vlans.find(name); vlan != db.vlans.end()) {
-                vlans_.insert(vlan->second);
+                named_.insert(vlan->second);
             } else if (auto const ports = db.portsNamed(name, at_)) {
                 ports_ = Ports(ports_.mask() | ports->mask());
             }
         }
-        for (auto const& [id, vlan] : db.file.switchState.vlans) {
-            if (!vlan.ports().empty() && (vlan.ports().mask() & ~ports_.mask()) == 0) vlans_.insert(id);
-        }
     }
 
     void boundTo(U8 acl) {
-        for (auto const id : vlans_)
-            vlanHas(id, acl);
-        if (ports_.empty()) return;
-        db_.report.lost(at_, fmt::format("ports {}: a packet's ACL is that of its VLAN, and no VLAN has "
-                                         "these ports alone",
-                                         ports_.text()));
+        if (named_.empty() && ports_.empty()) return;
+        if (NerioSwitchTable::vlanAclPipes(db_.profile()).pipes.empty()) {
+            db_.report.lost(at_, "the rows of this chip's VLANs have no ACL");
+            return;
+        }
+        Ports outside = ports_;
+        for (auto& [id, vlan] : db_.file.switchState.vlans) {
+            vlanMayHave(id, vlan, acl);
+            outside = Ports(outside.mask() & ~vlan.ports().mask());
+        }
+        if (!outside.empty()) {
+            db_.report.lost(at_,
+                            fmt::format("ports {}: a packet's ACL is that of its VLAN, and they are in none",
+                                        outside.text()));
+        }
     }
 
 private:
-    void vlanHas(Bridging::VlanId id, U8 acl) {
-        auto& vlan = db_.file.switchState.vlans[id];
-        ports_ = Ports(ports_.mask() & ~vlan.ports().mask());
-        if (vlan.acl() != NerioSwitch::HwAclId()) {
-            db_.report.lost(at_, fmt::format("VLAN {} has ACL {} already", id.value(), vlan.acl().value()));
+    void vlanMayHave(Bridging::VlanId id, Vlan& vlan, U8 acl) {
+        bool const isNamed = named_.contains(id);
+        bool const hasSome = (vlan.ports().mask() & ports_.mask()) != 0;
+        bool const hasOthers = (vlan.ports().mask() & ~ports_.mask()) != 0;
+        if (!isNamed && !hasSome) return;
+        if (!isNamed && hasOthers) {
+            db_.report.lost(
+                at_, fmt::format("VLAN {} has other ports as well, and a packet's ACL is that of its VLAN",
+                                 id.value()));
             return;
         }
-        if (NerioSwitchTable::vlanAclPipes(db_.profile()).pipes.empty()) {
-            db_.report.lost(at_, "the rows of this chip's VLANs have no ACL");
+        if (vlan.acl() != NerioSwitch::HwAclId()) {
+            db_.report.lost(at_, fmt::format("VLAN {} has ACL {} already", id.value(), vlan.acl().value()));
             return;
         }
         vlan.aclIs(acl);
@@ -170,8 +180,7 @@ private:
 
     ConfigDb& db_;
     Belmo::String at_;
-    std::set<Bridging::VlanId> vlans_;
-    /** Those that no VLAN stands for. */
+    std::set<Bridging::VlanId> named_;
     Ports ports_;
 };
 

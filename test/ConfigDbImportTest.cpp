@@ -261,16 +261,29 @@ std::map<int, int> aclsOf(Imported const& imported) {
 
 TEST(ConfigDbImportTest, AnAclIsThatOfVlansThatHaveItsPortsAlone) {
     auto imported =
-        importOf(fmt::format(boundTo, R"("a": {"ports": ["p1", "p0", "p3"]}, "b": {"ports": []})"));
-    EXPECT_EQ(aclsOf(imported), (std::map<int, int>{{10, 1}, {30, 1}}));
-    EXPECT_EQ(imported.report.taken("ACLs of VLANs"), 2u);
+        importOf(fmt::format(boundTo, R"("a": {"ports": ["p1", "p0", "p3", "p2"]}, "b": {"ports": []})"));
+    EXPECT_EQ(aclsOf(imported), (std::map<int, int>{{10, 1}, {20, 1}, {30, 1}}));
+    EXPECT_EQ(imported.report.taken("ACLs of VLANs"), 3u);
     EXPECT_THAT(lossesOf(imported), IsEmpty());
 
     imported = importOf(fmt::format(boundTo, R"("a": {"ports": ["p1", "p4"]}, "b": {"ports": ["Vlan20"]})"));
     EXPECT_EQ(aclsOf(imported), (std::map<int, int>{{20, 2}}));
-    EXPECT_THAT(lossesOf(imported),
-                ElementsAre("/ACL_TABLE/a/ports: ports 1,4: a packet's ACL is that of its VLAN, and no VLAN "
-                            "has these ports alone"));
+    EXPECT_THAT(
+        lossesOf(imported),
+        ElementsAre("/ACL_TABLE/a/ports: VLAN 10 has other ports as well, and a packet's ACL is that of "
+                    "its VLAN",
+                    "/ACL_TABLE/a/ports: ports 4: a packet's ACL is that of its VLAN, and they are in "
+                    "none"));
+}
+
+/** Packets of port 3 meet the ACL in VLAN 30, and not in VLAN 20. */
+TEST(ConfigDbImportTest, PortsThatMeetTheirAclInSomeVlansAloneAreListed) {
+    auto const imported = importOf(fmt::format(boundTo, R"("a": {"ports": ["p3"]}, "b": {})"));
+    EXPECT_EQ(aclsOf(imported), (std::map<int, int>{{30, 1}}));
+    EXPECT_THAT(
+        lossesOf(imported),
+        ElementsAre("/ACL_TABLE/a/ports: VLAN 20 has other ports as well, and a packet's ACL is that of "
+                    "its VLAN"));
 }
 
 TEST(ConfigDbImportTest, AVlanHasOneAcl) {
@@ -281,7 +294,8 @@ TEST(ConfigDbImportTest, AVlanHasOneAcl) {
 }
 
 TEST(ConfigDbImportTest, VlansOfOldChipsHaveNoAcl) {
-    auto const imported = importOf(fmt::format(boundTo, R"("a": {"ports": ["p0", "p1"]}, "b": {})"), "api3");
+    auto const imported =
+        importOf(fmt::format(boundTo, R"("a": {"ports": ["p0", "p1", "p2", "p3"]}, "b": {})"), "api3");
     EXPECT_THAT(aclsOf(imported), IsEmpty());
     EXPECT_THAT(lossesOf(imported),
                 ElementsAre("/ACL_TABLE/a/ports: the rows of this chip's VLANs have no ACL"));
