@@ -90,7 +90,7 @@ std::vector<typename Kind::Table::Key> randomKeys() {
 }
 
 Belmo::Ptr<NerioSwitch::ProfileInfo> profileWithMasks() {
-    auto const profile = NerioSwitch::profilePreset("default");
+    auto profile = NerioSwitch::profilePreset("default");
     profile->hwApi = {10, 0};
     return profile;
 }

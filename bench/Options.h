@@ -16,4 +16,8 @@ struct Options {
 
 Options& options();
 
+/** Benchmarks whose arguments depend on the options. */
+void registerFilterSets();
+void registerRoutes();
+
 }  // namespace NerioBench

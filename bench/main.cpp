@@ -10,9 +10,6 @@ Options& options() {
     return all;
 }
 
-void registerFilterSets();
-void registerRoutes();
-
 namespace {
 
 /** Takes an option of our own; whether the argument is one. */

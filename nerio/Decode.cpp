@@ -58,6 +58,7 @@ void numberIs(Agent::TableSpec& spec, std::string const& text) {
     auto const number = std::ranges::find(known, name, &Agent::FamilyNumber::name);
     if (number == known.end()) {
         std::vector<std::string_view> names;
+        names.reserve(known.size());
         for (auto const& each : known)
             names.push_back(each.name);
         throw BadInput(fmt::format("{}: {} takes {}", text, spec.family,

@@ -145,8 +145,10 @@ def batches(build, sources):
     for number, ((directory, flags), members) in enumerate(alike.items()):
         folder = (build / "together" / os.path.relpath(directory)).absolute()
         folder.mkdir(parents=True, exist_ok=True)
-        if os.path.exists(settings := os.path.join(directory, ".clang-tidy")):
-            shutil.copy(settings, folder)
+        for above in (directory, os.path.dirname(directory)):
+            if above != os.getcwd() and os.path.exists(settings := os.path.join(above, ".clang-tidy")):
+                shutil.copy(settings, folder)
+                break
         parts = -(-len(members) // TOGETHER)
         for part in range(parts):
             yield folder / f"{number}_{part}.cpp", members[part::parts], flags
